@@ -20,7 +20,7 @@ public:
 
     // The full path of the running program (UTF-8), to find the module beside it.
     static std::string ProgramPath();
-    // The platform's file name of the module: "QVNExport.prm" on Windows, "libQVNExport.so" elsewhere.
+    // The platform's file name of the module: "QVNExport.prm" on Windows, "QVNExport.so" elsewhere.
     static const char* DefaultModuleName();
 
 private:

@@ -31,6 +31,8 @@ public:
 
     // path is UTF-8. Opens for writing (and reading), shared for writing with other handles of this process.
     HRESULT Open(const char* path, FileCreation creation, FileBuffering buffering);
+    // Opens an existing file for reading only (cached).
+    HRESULT OpenRead(const char* path);
     HRESULT Close();
     bool IsOpen() const;
     // True when the handle really bypasses the cache (false after a fallback).

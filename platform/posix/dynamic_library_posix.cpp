@@ -32,6 +32,6 @@ std::string CDynamicLibrary::ProgramPath() {
     return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
 }
 
-const char* CDynamicLibrary::DefaultModuleName() { return "libQVNExport.so"; }
+const char* CDynamicLibrary::DefaultModuleName() { return "QVNExport.so"; }
 
 } // namespace QVN

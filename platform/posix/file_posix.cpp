@@ -54,6 +54,14 @@ HRESULT CFile::Open(const char* path, FileCreation creation, FileBuffering buffe
     return S_OK;
 }
 
+HRESULT CFile::OpenRead(const char* path) {
+    Close();
+    if (!path)
+        return E_POINTER;
+    fd_ = open(path, O_RDONLY | O_CLOEXEC);
+    return fd_ < 0 ? HresultFromLastError() : S_OK;
+}
+
 HRESULT CFile::Close() {
     if (fd_ < 0)
         return S_OK;

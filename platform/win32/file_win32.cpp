@@ -55,6 +55,19 @@ HRESULT CFile::Open(const char* path, FileCreation creation, FileBuffering buffe
     return S_OK;
 }
 
+HRESULT CFile::OpenRead(const char* path) {
+    Close();
+    if (!path)
+        return E_POINTER;
+    const std::wstring wide = Utf8ToWide(path);
+    HANDLE h = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return HresultFromLastError();
+    handle_ = h;
+    return S_OK;
+}
+
 HRESULT CFile::Close() {
     if (!handle_)
         return S_OK;

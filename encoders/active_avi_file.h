@@ -1,0 +1,32 @@
+// An AVIFile with its own writer thread: producers queue WriteFrame items, the thread writes each stream's
+// chunks strictly in sequence order, holding back items that arrive ahead of their turn.
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "encoders/avi_file.h"
+#include "encoders/task.h"
+#include "encoders/write_frame.h"
+#include "platform/critical_section.h"
+
+class CActiveAviFile : public AVIFile, public QVN::CTask<WriteFrame*, QVN::CNullDestroyer, QVN::CW32CriticalSection> {
+public:
+    CActiveAviFile() = default;
+    ~CActiveAviFile() override; // shuts a running writer down
+
+    std::uint32_t ItemLoop() override;
+    // Stops every writer thread behind the items already queued, drops held items, closes the file.
+    HRESULT Shutdown();
+    // The sequence number of the last item written for a stream (0 before the first), under the file lock.
+    std::uint32_t LastWritten(std::uint32_t stream);
+    // Items held back because an earlier sequence number has not arrived yet.
+    std::size_t HeldCount();
+
+private:
+    void WriteItem(WriteFrame* item); // file lock held
+
+    QVN::CW32CriticalSection fileLock_;
+    std::map<std::uint32_t, std::map<std::uint32_t, WriteFrame*>> held_;
+    std::map<std::uint32_t, std::uint32_t> lastWritten_;
+};

@@ -1,0 +1,51 @@
+// qvnhost: a host that loads the exporter module and drives it as Premiere Pro does.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "host/command_line.h"
+#include "host/info_command.h"
+// The build defines these when the subsystems' commands are present.
+#ifdef QVNHOST_HAS_CONVERT
+#include "host/convert_command.h"
+#endif
+#ifdef QVNHOST_HAS_INSPECT
+#include "host/inspect_command.h"
+#endif
+
+namespace {
+
+void PrintUsage(std::FILE* out) {
+    std::fputs("usage: qvnhost <command> [options]\n"
+               "commands:\n"
+               "  info [--module PATH]   load the exporter module and print the identity it reports\n"
+#ifdef QVNHOST_HAS_CONVERT
+               "  convert ...            convert raw host frames with the exporter's pixel converters\n"
+#endif
+#ifdef QVNHOST_HAS_INSPECT
+               "  inspect FILE [--json]  print an AVI file's structure and check its indexes\n"
+#endif
+               "  help                   this text\n",
+               out);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2)
+        return PrintUsage(stderr), qvnhost::kExitUsage;
+    const std::string command = argv[1];
+    if (command == "info")
+        return qvnhost::InfoCommand(argc - 1, argv + 1);
+#ifdef QVNHOST_HAS_CONVERT
+    if (command == "convert")
+        return QvnConvertCommand(argc - 1, argv + 1);
+#endif
+#ifdef QVNHOST_HAS_INSPECT
+    if (command == "inspect")
+        return QvnInspectCommand(argc - 1, argv + 1);
+#endif
+    if (command == "help" || command == "--help" || command == "-h")
+        return PrintUsage(stdout), 0;
+    return qvnhost::UsageError("unknown command: " + command + " (try 'qvnhost help')");
+}

@@ -2,7 +2,8 @@
 // straight to the disk, FILE_FLAG_NO_BUFFERING / O_DIRECT). Unbuffered writes need buffer addresses, sizes
 // and positions that are multiples of the sector size; 4096 satisfies every disk we support. Where the file
 // system refuses unbuffered I/O (tmpfs, some network shares), the handle silently becomes a cached one.
-// Every failure is an HRESULT made from the system's error.
+// Every failure is an HRESULT made from the system's error. Setting the environment variable
+// QVN_NO_UNBUFFERED=1 makes every unbuffered open take that fall back, for disks whose drivers misbehave.
 #pragma once
 
 #include <cstddef>
@@ -57,6 +58,9 @@ private:
 #endif
     bool unbuffered_ = false;
 };
+
+// True when QVN_NO_UNBUFFERED asks for cached I/O only (read at each open).
+bool UnbufferedIoDisabled();
 
 // Deletes a file; S_OK when it did not exist.
 HRESULT DeleteFileUtf8(const char* path);

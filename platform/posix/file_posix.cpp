@@ -10,6 +10,18 @@
 
 namespace QVN {
 
+namespace {
+
+// When a file is being created, ENOENT can only mean a missing folder on the way, which Windows reports
+// as "path not found"; both targets answer the same.
+HRESULT OpenFailure(int flags) {
+    if (errno == ENOENT && (flags & O_CREAT))
+        return HRESULT_FROM_WIN32(kErrorPathNotFound);
+    return HresultFromLastError();
+}
+
+} // namespace
+
 CFile::~CFile() { Close(); }
 
 CFile::CFile(CFile&& other) noexcept : fd_(other.fd_), unbuffered_(other.unbuffered_) {
@@ -40,17 +52,22 @@ HRESULT CFile::Open(const char* path, FileCreation creation, FileBuffering buffe
     else if (creation == FileCreation::kOpenAlways)
         flags |= O_CREAT;
     if (buffering == FileBuffering::kUnbuffered) {
-        fd_ = open(path, flags | O_DIRECT, 0666);
+        if (UnbufferedIoDisabled()) {
+            fd_ = -1;
+            errno = EINVAL; // taken exactly like a file system without direct I/O
+        } else {
+            fd_ = open(path, flags | O_DIRECT, 0666);
+        }
         if (fd_ >= 0) {
             unbuffered_ = true;
             return S_OK;
         }
         if (errno != EINVAL) // EINVAL: this file system has no direct I/O; anything else is a real failure
-            return HresultFromLastError();
+            return OpenFailure(flags);
     }
     fd_ = open(path, flags, 0666);
     if (fd_ < 0)
-        return HresultFromLastError();
+        return OpenFailure(flags);
     return S_OK;
 }
 

@@ -38,8 +38,12 @@ HRESULT CFile::Open(const char* path, FileCreation creation, FileBuffering buffe
     const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE;
     HANDLE h = INVALID_HANDLE_VALUE;
     if (buffering == FileBuffering::kUnbuffered) {
-        h = CreateFileW(wide.c_str(), access, share, nullptr, disposition,
-                        FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_FLAG_NO_BUFFERING, nullptr);
+        if (UnbufferedIoDisabled())
+            SetLastError(ERROR_INVALID_PARAMETER); // taken exactly like a file system that refuses it
+        else
+            h = CreateFileW(wide.c_str(), access, share, nullptr, disposition,
+                            FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_FLAG_NO_BUFFERING,
+                            nullptr);
         if (h != INVALID_HANDLE_VALUE) {
             handle_ = h;
             unbuffered_ = true;

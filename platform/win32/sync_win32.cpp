@@ -106,6 +106,12 @@ std::uint32_t CThread::Join() {
 
 void SleepMs(std::uint32_t milliseconds) { Sleep(milliseconds); }
 
-std::uint64_t MonotonicMs() { return GetTickCount64(); }
+// The performance counter rather than GetTickCount64, whose 16 ms steps are too coarse for short waits.
+std::uint64_t MonotonicMs() {
+    LARGE_INTEGER frequency, now;
+    QueryPerformanceFrequency(&frequency);
+    QueryPerformanceCounter(&now);
+    return static_cast<std::uint64_t>(now.QuadPart / (frequency.QuadPart / 1000));
+}
 
 } // namespace QVN

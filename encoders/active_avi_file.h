@@ -10,7 +10,8 @@
 #include "encoders/write_frame.h"
 #include "platform/critical_section.h"
 
-class CActiveAviFile : public AVIFile, public QVN::CTask<WriteFrame*, QVN::CNullDestroyer, QVN::CW32CriticalSection> {
+class CActiveAviFile : public AVIFile,
+                       public QVN::CTask<WriteFrame*, QVN::CNullDestroyer, QVN::CW32CriticalSection> {
 public:
     CActiveAviFile() = default;
     ~CActiveAviFile() override; // shuts a running writer down

@@ -29,9 +29,9 @@ void Check(HRESULT hr) {
         throw FileError{hr};
 }
 
-std::uint64_t RoundUp(std::uint64_t value) { return (value + kAlign - 1) / kAlign * kAlign; }
-
-bool IsVideo(const StreamInfo& info) { return info.Header().fccType == MakeFourCC("vids"); }
+bool IsVideo(const StreamInfo& info) {
+    return info.Header().fccType == MakeFourCC("vids");
+}
 
 } // namespace
 
@@ -197,7 +197,7 @@ std::uint64_t AVIFile::WriteAligned(const StreamRecord& record, const void* data
     std::memcpy(scratch_ + 4088, chunkHeader, sizeof(chunkHeader));
     Check(unbuffered_.WriteAt(p, scratch_, kAlign));
 
-    const std::uint32_t whole = size / kAlign * kAlign;
+    const std::uint32_t whole = size & ~4095u;
     if (whole > 0)
         Check(unbuffered_.WriteAt(p + kAlign, data, whole));
     std::uint64_t length = whole + kAlign;
@@ -248,7 +248,8 @@ HRESULT AVIFile::WriteChunk(std::uint32_t stream, const void* data, std::uint32_
 
         if (data) {
             const bool aligned = alignedWrites_ && reinterpret_cast<std::uintptr_t>(data) % kAlign == 0;
-            record.lastChunkPosition = aligned ? WriteAligned(record, data, size) : WriteUnaligned(record, data, size);
+            record.lastChunkPosition =
+                aligned ? WriteAligned(record, data, size) : WriteUnaligned(record, data, size);
             record.lastSizeField = size | (keyframe ? 0u : QVN::AviIndex::kNotKeyFrame);
             record.hasChunk = true;
             if (size > header.dwSuggestedBufferSize)
@@ -264,7 +265,8 @@ HRESULT AVIFile::WriteChunk(std::uint32_t stream, const void* data, std::uint32_
 
         if (firstSegment_) {
             if (data)
-                idx1_.push_back({record.chunkId, keyframe ? 0x10u : 0u, static_cast<std::uint32_t>(chunkPosition), size});
+                idx1_.push_back(
+                    {record.chunkId, keyframe ? 0x10u : 0u, static_cast<std::uint32_t>(chunkPosition), size});
             else if (!idx1_.empty())
                 idx1_.push_back(idx1_.back());
         }

@@ -76,8 +76,8 @@ private:
     void WriteFourCC(std::uint32_t fcc, std::uint32_t size);
     std::uint64_t WriteJunk(std::int64_t bias);
 
-    QVN::CFile cached_;     // headers, indexes, JUNK and unaligned payloads
-    QVN::CFile unbuffered_; // aligned payload blocks only, at explicit positions
+    QVN::CFile cached_;          // headers, indexes, JUNK and unaligned payloads
+    QVN::CFile unbuffered_;      // aligned payload blocks only, at explicit positions
     std::uint64_t position_ = 0; // where the cached handle writes next
     std::vector<StreamRecord> streams_;
     std::uint64_t idx1Position_ = 0;

@@ -8,7 +8,9 @@ namespace QVN::AviIndex {
 
 namespace {
 
-char Digit(std::uint32_t value) { return static_cast<char>('0' + value % 10); }
+char Digit(std::uint32_t value) {
+    return static_cast<char>('0' + value % 10);
+}
 
 } // namespace
 
@@ -22,7 +24,9 @@ std::uint32_t ChunkId(std::uint32_t stream, std::uint32_t streamType) {
     return MakeFourCC(tens, units, 'u', 'n');
 }
 
-std::uint32_t StandardIndexId(std::uint32_t stream) { return MakeFourCC('i', 'x', Digit(stream / 10), Digit(stream)); }
+std::uint32_t StandardIndexId(std::uint32_t stream) {
+    return MakeFourCC('i', 'x', Digit(stream / 10), Digit(stream));
+}
 
 void InitSuperIndex(SuperIndexChunk& index, std::uint32_t chunkId) {
     std::memset(&index, 0, sizeof(index));

@@ -21,9 +21,10 @@ public:
     virtual ~CEncoderBase() = default;
 
     // sourceFormat and options are for encoders that convert or compress in a graph.
-    virtual std::uint32_t Initialise(const BITMAPINFOHEADER* sourceFormat, const BITMAPINFOHEADER* targetFormat,
-                                     std::uint32_t options, std::uint32_t rate, std::uint32_t scale,
-                                     std::uint8_t bufferCount, std::uint32_t bufferSize, IFrameSink* sink) = 0;
+    virtual std::uint32_t Initialise(const BITMAPINFOHEADER* sourceFormat,
+                                     const BITMAPINFOHEADER* targetFormat, std::uint32_t options,
+                                     std::uint32_t rate, std::uint32_t scale, std::uint8_t bufferCount,
+                                     std::uint32_t bufferSize, IFrameSink* sink) = 0;
     // All frame buffers the producer may render into.
     virtual std::uint32_t GetFreeBuffers(BufferList& buffers) = 0;
     // The frame buffers whose content has been consumed since the last call.

@@ -12,6 +12,8 @@ constexpr std::uint32_t MakeFourCC(char a, char b, char c, char d) {
            static_cast<std::uint32_t>(static_cast<unsigned char>(d)) << 24;
 }
 
-constexpr std::uint32_t MakeFourCC(const char (&text)[5]) { return MakeFourCC(text[0], text[1], text[2], text[3]); }
+constexpr std::uint32_t MakeFourCC(const char (&text)[5]) {
+    return MakeFourCC(text[0], text[1], text[2], text[3]);
+}
 
 } // namespace QVN

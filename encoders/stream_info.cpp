@@ -69,7 +69,8 @@ AudioStreamInfo::AudioStreamInfo(const WAVEFORMATEX* format) {
 }
 
 std::uint32_t AudioStreamInfo::GetFormatSize() const {
-    return format_.Format.wFormatTag == WAVE_FORMAT_EXTENSIBLE ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX);
+    return format_.Format.wFormatTag == WAVE_FORMAT_EXTENSIBLE ? sizeof(WAVEFORMATEXTENSIBLE)
+                                                               : sizeof(WAVEFORMATEX);
 }
 
 std::unique_ptr<StreamInfo> AudioStreamInfo::Clone() const {

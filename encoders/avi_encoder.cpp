@@ -1,0 +1,242 @@
+#include "encoders/avi_encoder.h"
+
+#include <cstring>
+
+#include "encoders/fourcc.h"
+#include "platform/debug_output.h"
+#include "platform/file.h"
+#include "platform/sleep.h"
+#include "platform/text_encoding.h"
+#include "platform/virtual_memory.h"
+
+namespace {
+
+using Hold = QVN::CAutoLock<QVN::CW32CriticalSection>;
+namespace Status = QVN::EncoderStatus;
+
+constexpr std::uint32_t kQueueRetryMs = 5;
+
+void PutBigEndian(unsigned char* at, std::uint32_t value) {
+    at[0] = static_cast<unsigned char>(value >> 24);
+    at[1] = static_cast<unsigned char>(value >> 16);
+    at[2] = static_cast<unsigned char>(value >> 8);
+    at[3] = static_cast<unsigned char>(value);
+}
+
+void PutLittleEndian(unsigned char* at, std::uint32_t value) {
+    std::memcpy(at, &value, 4);
+}
+
+} // namespace
+
+CAviEncoder::CAviEncoder() = default;
+
+CAviEncoder::~CAviEncoder() {
+    if (open_ || file_.IsOpen())
+        file_.Shutdown();
+    for (std::size_t i = 0; i < producerBuffers_.size(); ++i)
+        QVN::ReleasePages(producerBuffers_[i], producerBufferSizes_[i]);
+}
+
+std::uint32_t CAviEncoder::Initialise(const BITMAPINFOHEADER*, const BITMAPINFOHEADER* targetFormat,
+                                      std::uint32_t, std::uint32_t rate, std::uint32_t scale,
+                                      std::uint8_t bufferCount, std::uint32_t bufferSize, IFrameSink* sink) {
+    if (!targetFormat || rate == 0)
+        return Status::kFailed;
+    const std::size_t bytes = (static_cast<std::size_t>(bufferSize) + 15) / 16 * 16;
+    for (std::uint32_t i = 0; i < bufferCount; ++i) {
+        void* buffer = QVN::CommitPages(bytes);
+        if (!buffer)
+            return Status::kOutOfMemory;
+        producerBuffers_.push_back(buffer);
+        producerBufferSizes_.push_back(bytes);
+    }
+    std::memset(&video_, 0, sizeof(video_));
+    std::memset(&audio_, 0, sizeof(audio_));
+    video_.bmiHeader = *targetFormat;
+    videoStream_ = -1;
+    audioStream_ = -1;
+    rate_ = rate;
+    framesSubmitted_ = 0;
+    audioBlocks_ = 0;
+    video_.AvgTimePerFrame = static_cast<std::int64_t>(scale) * 10000000 / rate;
+    frameLimit_ = kUnlimited;
+    scale_ = scale == 0 ? 1 : scale;
+    sink_ = sink;
+    return Status::kOk;
+}
+
+std::uint32_t CAviEncoder::GetFreeBuffers(BufferList& buffers) {
+    Hold hold(lock_);
+    buffers.assign(producerBuffers_.begin(), producerBuffers_.end());
+    return Status::kOk;
+}
+
+std::uint32_t CAviEncoder::ReclaimBuffers(BufferList& buffers) {
+    Hold hold(lock_);
+    buffers.clear();
+    buffers.swap(returnedBuffers_);
+    return Status::kOk;
+}
+
+std::uint32_t CAviEncoder::SetAudioFormat(std::uint16_t channels, std::uint32_t samplesPerSecond,
+                                          std::uint16_t bitsPerSample, std::int16_t subFormatTag) {
+    std::memset(&audio_, 0, sizeof(audio_));
+    WAVEFORMATEX& format = audio_.Format;
+    if (channels == 6) {
+        format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
+        format.cbSize = 22;
+        // The valid-bits field stays 0 on purpose: the cards' playback software reads it as "all bits".
+        audio_.dwChannelMask = 0x3F;
+        audio_.SubFormat.Data1 = static_cast<std::uint32_t>(static_cast<std::int32_t>(subFormatTag));
+        audio_.SubFormat.Data2 = 0x0000;
+        audio_.SubFormat.Data3 = 0x0010;
+        const unsigned char tail[8] = {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+        std::memcpy(audio_.SubFormat.Data4, tail, sizeof(tail));
+    } else {
+        format.wFormatTag = WAVE_FORMAT_PCM;
+    }
+    format.nChannels = channels;
+    format.nSamplesPerSec = samplesPerSecond;
+    format.wBitsPerSample = bitsPerSample;
+    format.nBlockAlign = static_cast<WORD>(static_cast<int>(channels) * static_cast<int>(bitsPerSample) / 8);
+    format.nAvgBytesPerSec = format.nBlockAlign * samplesPerSecond;
+    samplesPerSecond_ = samplesPerSecond;
+    return Status::kOk;
+}
+
+void CAviEncoder::QueueItem(WriteFrame* item, const char* fullMessage) {
+    while (!file_.Push(item)) {
+        QVN::DebugOutput(fullMessage);
+        QVN::SleepMs(kQueueRetryMs);
+    }
+}
+
+std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
+    std::uint32_t result = Status::kOk;
+    {
+        Hold hold(lock_);
+        if (!open_) // no writer thread to drain the queue
+            return Status::kFailed;
+        framesSubmitted_ += 1;
+        const std::int32_t sequence = framesSubmitted_;
+        if (frameLimit_ >= 0 && sequence > frameLimit_)
+            return Status::kOk;
+        auto* payload = static_cast<std::uint8_t*>(pool_.Allocate(size));
+        if (!payload) {
+            returnedBuffers_.push_back(const_cast<void*>(frame));
+            return Status::kOutOfMemory;
+        }
+        const auto n = static_cast<std::uint32_t>(sequence);
+        if (ReuseFrame(n, frame, size, payload, size) == 0) {
+            const std::uint32_t written = EncodeFrame(frame, size, payload, size);
+            EncodeComplete(n, frame, size, payload, written);
+            result = written == 0 ? Status::kFailed : Status::kOk;
+        }
+    }
+    if (sink_)
+        sink_->BufferCB(0.0, static_cast<BYTE*>(const_cast<void*>(frame)), static_cast<LONG>(size));
+    return result;
+}
+
+void CAviEncoder::EncodeComplete(std::uint32_t sequence, const void* source, std::uint32_t,
+                                 std::uint8_t* payload, std::uint32_t written) {
+    if (written == 0) {
+        pool_.Release(payload);
+    } else {
+        auto* item =
+            new WriteFrame{static_cast<std::uint32_t>(videoStream_), sequence, payload, written, &pool_};
+        QueueItem(item, "queue full in CAviEncoder::EncodeComplete\n");
+    }
+    returnedBuffers_.push_back(const_cast<void*>(source));
+}
+
+std::uint32_t CAviEncoder::WriteAudio(const std::uint8_t* samples, std::uint32_t size) {
+    Hold hold(lock_);
+    if (!open_)
+        return Status::kFailed;
+    audioBlocks_ += 1;
+    const std::uint32_t block = audioBlocks_;
+    if (frameLimit_ >= 0 && framesSubmitted_ > frameLimit_)
+        return Status::kOk;
+    if (audioStream_ < 0) // the file has no audio stream
+        return Status::kOk;
+    void* payload = pool_.Allocate(size);
+    if (!payload)
+        return Status::kOutOfMemory;
+    std::memcpy(payload, samples, size);
+    auto* item = new WriteFrame{static_cast<std::uint32_t>(audioStream_), block, payload, size, &pool_};
+    QueueItem(item, "queue full in CAviEncoder::WriteAudio\n");
+    return Status::kOk;
+}
+
+std::uint32_t CAviEncoder::Finish() {
+    std::int32_t limit;
+    std::int32_t videoStream;
+    {
+        Hold hold(lock_);
+        limit = frameLimit_;
+        videoStream = videoStream_;
+    }
+    if (limit >= 0 && limit != kUnlimited && videoStream >= 0) {
+        while (file_.LastWritten(static_cast<std::uint32_t>(videoStream)) < static_cast<std::uint32_t>(limit))
+            QVN::SleepMs(kQueueRetryMs);
+    }
+    return Close();
+}
+
+std::uint32_t CAviEncoder::Close() {
+    {
+        Hold hold(lock_);
+        frameLimit_ = kUnlimited;
+        framesSubmitted_ = 0;
+        audioBlocks_ = 0;
+        open_ = false;
+    }
+    file_.Shutdown();
+    return Status::kOk;
+}
+
+std::uint32_t CAviEncoder::WritePixelAspect(std::int32_t numerator, std::int32_t denominator) {
+    unsigned char record[40];
+    PutLittleEndian(record + 0, QVN::MakeFourCC("RIFF"));
+    PutLittleEndian(record + 4, 32);
+    PutLittleEndian(record + 8, QVN::MakeFourCC("AVIX"));
+    PutLittleEndian(record + 12, QVN::MakeFourCC("PrmA"));
+    PutLittleEndian(record + 16, 20);
+    PutLittleEndian(record + 20, QVN::MakeFourCC("PARf"));
+    // The host reads the payload of its own record big-endian.
+    PutBigEndian(record + 24, 20);
+    PutBigEndian(record + 28, 0x00010000u);
+    PutBigEndian(record + 32, static_cast<std::uint32_t>(numerator));
+    PutBigEndian(record + 36, static_cast<std::uint32_t>(denominator));
+
+    const std::string path = QVN::WideToUtf8(path_);
+    QVN::CFile file;
+    if (FAILED(file.Open(path.c_str(), QVN::FileCreation::kOpenAlways, QVN::FileBuffering::kCached)))
+        return Status::kFailed;
+    if (FAILED(file.SeekToEnd()) || FAILED(file.Write(record, sizeof(record))))
+        return Status::kFailed;
+    return FAILED(file.Close()) ? Status::kFailed : Status::kOk;
+}
+
+std::uint32_t CAviEncoder::AudioSamplesForFrames(std::uint32_t frames) {
+    const std::int64_t total = static_cast<std::int64_t>(samplesPerSecond_) * scale_ * frames;
+    return static_cast<std::uint32_t>((total + rate_ - 1) / rate_);
+}
+
+std::uint32_t CAviEncoder::AudioSamplesForNextFrame(std::uint32_t frames) {
+    Hold hold(lock_);
+    // In hundredths of a sample, carrying the rounding error to the next frame so that the counts add up.
+    const std::int64_t exact = static_cast<std::int64_t>(samplesPerSecond_) * scale_ * frames * 100;
+    const std::int32_t q = static_cast<std::int32_t>((exact + rate_ / 2) / rate_) + audioCarry_;
+    const std::int32_t result = (q + 50) / 100;
+    audioCarry_ = q - result * 100;
+    return static_cast<std::uint32_t>(result);
+}
+
+std::uint32_t CAviEncoder::ReleaseSink() {
+    Hold hold(lock_);
+    sink_ = nullptr;
+    return Status::kOk;
+}

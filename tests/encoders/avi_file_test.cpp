@@ -1,0 +1,404 @@
+// AVIFile output checked field by field against the file layout the playback software expects.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <numeric>
+
+#include "encoders/avi_file.h"
+#include "platform/virtual_memory.h"
+#include "riff_reader.h"
+
+using avitest::Bytes;
+using avitest::Fcc;
+using avitest::Tag;
+using avitest::U16;
+using avitest::U32;
+using avitest::U64;
+
+namespace {
+
+VIDEOINFOHEADER SmallVideo() {
+    VIDEOINFOHEADER v{};
+    v.dwBitRate = 123456; // copied unchanged into avih
+    v.AvgTimePerFrame = 400000;
+    v.bmiHeader.biSize = 40;
+    v.bmiHeader.biWidth = 64;
+    v.bmiHeader.biHeight = 32;
+    v.bmiHeader.biPlanes = 1;
+    v.bmiHeader.biBitCount = 20;
+    v.bmiHeader.biCompression = Fcc("v210");
+    v.bmiHeader.biSizeImage = 8192;
+    return v;
+}
+
+WAVEFORMATEX Stereo16() {
+    return WAVEFORMATEX{WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
+}
+
+// Page-aligned payload memory with a recognisable pattern per chunk.
+struct Pages {
+    explicit Pages(std::size_t n) : size(n), data(static_cast<unsigned char*>(QVN::CommitPages(n))) {}
+    ~Pages() { QVN::ReleasePages(data, size); }
+    std::size_t size;
+    unsigned char* data;
+};
+
+void Fill(unsigned char* p, std::size_t n, unsigned seed) {
+    for (std::size_t i = 0; i < n; ++i)
+        p[i] = static_cast<unsigned char>(seed * 31 + i * 7);
+}
+
+struct Written {
+    std::string id;
+    std::uint32_t size;
+    bool aligned;
+    bool key;
+    unsigned seed;
+};
+
+struct List {
+    std::uint64_t position, bodyEnd; // "LIST" header position, end of its body
+};
+
+List ListAt(const Bytes& b, std::uint64_t at, const char* type) {
+    EXPECT_EQ(Tag(b, at), "LIST") << at;
+    EXPECT_EQ(Tag(b, at + 8), type) << at;
+    return {at, at + 8 + U32(b, at + 4)};
+}
+
+} // namespace
+
+TEST(AviFile, JunkSizeIsTheSmallestPaddingOfAtLeast2040Bytes) {
+    for (std::int64_t bias : {0, -12}) {
+        for (std::int64_t pos = 0; pos < 3 * 4096; pos += 2) {
+            std::int64_t expected = 0;
+            if ((pos - bias) % 4096 != 0) {
+                expected = 2040;
+                while ((pos + 8 + expected - bias) % 4096 != 0)
+                    ++expected;
+            }
+            ASSERT_EQ(AVIFile::JunkSize(pos, bias), expected) << pos << " bias " << bias;
+        }
+    }
+}
+
+TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
+    avitest::TempDir dir("layout");
+    const auto path = dir / "small.avi";
+    VideoStreamInfo video(SmallVideo());
+    const WAVEFORMATEX pcm = Stereo16();
+    AudioStreamInfo audio(&pcm);
+
+    Pages pages(64 * 1024);
+    std::vector<unsigned char> heap(16 * 1024 + 16);
+    // Never 4096-aligned, so these chunks take the cached path.
+    unsigned char* unaligned =
+        heap.data() + (reinterpret_cast<std::uintptr_t>(heap.data()) % 4096 == 4 ? 8 : 4);
+
+    const std::vector<Written> plan = {
+        {"00db", 12288, true, true, 1},       // whole blocks, larger than the suggested buffer
+        {"01wb", 4 * 1601, false, true, 2},   // audio from an unaligned buffer
+        {"00db", 5000, true, true, 3},        // short tail
+        {"01wb", 4 * 1602, true, true, 4},    // audio from an aligned buffer also goes unbuffered
+        {"00db", 4096 + 4093, true, true, 5}, // tail rounds to 4094: the JUNK spills into a second block
+        {"00db", 1001, false, true, 6},       // odd size: one pad byte skipped
+        {"00db", 0, false, true, 0},          // repeat of the previous frame
+        {"00db", 4096 + 4088, true, true, 7}, // tail leaves exactly a JUNK header
+        {"00db", 4096 + 4089, true, true, 8}, // one byte more spills
+        {"00db", 4096, true, false, 9},       // not a key frame
+    };
+
+    {
+        AVIFile file;
+        ASSERT_EQ(file.Open(path.string().c_str(), {&video, &audio}), S_OK);
+        for (const Written& w : plan) {
+            const std::uint32_t stream = w.id == "00db" ? 0 : 1;
+            if (w.seed == 0) {
+                ASSERT_EQ(file.WriteRepeat(stream), S_OK);
+                continue;
+            }
+            unsigned char* data = w.aligned ? pages.data : unaligned;
+            Fill(data, w.size, w.seed);
+            ASSERT_EQ(file.WriteChunk(stream, data, w.size, w.key), S_OK);
+        }
+        EXPECT_EQ(file.GetStream(0)->Header().dwLength, 8u);
+        EXPECT_EQ(file.GetStream(1)->Header().dwLength, 3203u);
+        ASSERT_EQ(file.Close(), S_OK);
+        EXPECT_FALSE(file.IsOpen());
+    }
+
+    const Bytes b = avitest::ReadAll(path);
+    ASSERT_GT(b.size(), 200000u);
+    EXPECT_EQ(b.size() % 4096, 0u);
+    EXPECT_EQ(Tag(b, 0), "RIFF");
+    EXPECT_EQ(U32(b, 4), b.size() - 8);
+    EXPECT_EQ(Tag(b, 8), "AVI ");
+
+    // Header list and avih.
+    const List hdrl = ListAt(b, 12, "hdrl");
+    EXPECT_EQ(Tag(b, 24), "avih");
+    EXPECT_EQ(U32(b, 28), 56u);
+    EXPECT_EQ(U32(b, 32), 40000u);  // microseconds per frame
+    EXPECT_EQ(U32(b, 36), 123456u); // max bytes per second
+    EXPECT_EQ(U32(b, 40), 4096u);   // padding granularity
+    EXPECT_EQ(U32(b, 44), 0x10u);   // has index
+    EXPECT_EQ(U32(b, 48), 8u);      // total frames, patched at close
+    EXPECT_EQ(U32(b, 52), 0u);
+    EXPECT_EQ(U32(b, 56), 2u);
+    EXPECT_EQ(U32(b, 60), 192000u); // largest suggested buffer when the file was opened
+    EXPECT_EQ(U32(b, 64), 64u);
+    EXPECT_EQ(U32(b, 68), 32u);
+    for (int i = 72; i < 88; i += 4)
+        EXPECT_EQ(U32(b, i), 0u);
+
+    // Video stream list.
+    const List strl0 = ListAt(b, 88, "strl");
+    EXPECT_EQ(strl0.bodyEnd - strl0.position, 8u + 40 + 65612);
+    EXPECT_EQ(Tag(b, 100), "strh");
+    EXPECT_EQ(U32(b, 104), 56u);
+    EXPECT_EQ(Tag(b, 108), "vids");
+    EXPECT_EQ(Tag(b, 112), "v210");
+    EXPECT_EQ(U32(b, 116), 0u);
+    EXPECT_EQ(U32(b, 120), 0u);
+    EXPECT_EQ(U32(b, 124), 0u);
+    EXPECT_EQ(U32(b, 128), 1u);  // scale
+    EXPECT_EQ(U32(b, 132), 25u); // rate
+    EXPECT_EQ(U32(b, 136), 0u);
+    EXPECT_EQ(U32(b, 140), 8u);     // length: 7 video chunks and one repeat
+    EXPECT_EQ(U32(b, 144), 12288u); // raised to the largest payload
+    EXPECT_EQ(U32(b, 148), 9000u);
+    EXPECT_EQ(U32(b, 152), 8192u);
+    EXPECT_EQ(U64(b, 156), 0u);
+    EXPECT_EQ(Tag(b, 164), "strf");
+    EXPECT_EQ(U32(b, 168), 40u);
+    const VIDEOINFOHEADER v = SmallVideo();
+    EXPECT_EQ(std::memcmp(b.data() + 172, &v.bmiHeader, 40), 0);
+    const std::uint64_t indx0 = 212;
+    EXPECT_EQ(Tag(b, indx0), "indx");
+    EXPECT_EQ(strl0.bodyEnd, indx0 + 65536);
+
+    // Audio stream list.
+    const List strl1 = ListAt(b, strl0.bodyEnd, "strl");
+    EXPECT_EQ(strl1.bodyEnd - strl1.position, 8u + 18 + 65612);
+    const std::uint64_t strh1 = strl1.position + 12;
+    EXPECT_EQ(strh1, 100u + 64 + 40 + 8 + 65548);
+    EXPECT_EQ(Tag(b, strh1), "strh");
+    EXPECT_EQ(Tag(b, strh1 + 8), "auds");
+    EXPECT_EQ(U32(b, strh1 + 12), 0u);
+    EXPECT_EQ(U32(b, strh1 + 28), 1u);
+    EXPECT_EQ(U32(b, strh1 + 32), 48000u);
+    EXPECT_EQ(U32(b, strh1 + 40), 3203u);
+    EXPECT_EQ(U32(b, strh1 + 44), 192000u);
+    EXPECT_EQ(U32(b, strh1 + 48), 0u);
+    EXPECT_EQ(U32(b, strh1 + 52), 4u);
+    EXPECT_EQ(Tag(b, strh1 + 64), "strf");
+    EXPECT_EQ(U32(b, strh1 + 68), 18u);
+    EXPECT_EQ(std::memcmp(b.data() + strh1 + 72, &pcm, 18), 0);
+    const std::uint64_t indx1 = strh1 + 72 + 18;
+    EXPECT_EQ(Tag(b, indx1), "indx");
+
+    // The header list ends with JUNK so that the movi data starts on a block boundary.
+    EXPECT_EQ(Tag(b, strl1.bodyEnd), "JUNK");
+    EXPECT_EQ(strl1.bodyEnd + 8 + U32(b, strl1.bodyEnd + 4), hdrl.bodyEnd);
+    const List movi = ListAt(b, hdrl.bodyEnd, "movi");
+    const std::uint64_t moviData = movi.position + 12;
+    EXPECT_EQ(moviData % 4096, 0u);
+
+    // The movi list: the payloads in order, then both standard indexes, each closed by JUNK.
+    std::vector<avitest::Chunk> payloads;
+    const auto chunks = avitest::Walk(b, moviData, movi.bodyEnd);
+    ASSERT_FALSE(chunks.empty());
+    EXPECT_EQ(chunks.back().position + 8 + chunks.back().size + (chunks.back().size & 1), movi.bodyEnd);
+    for (std::size_t i = 0; i < chunks.size(); ++i) {
+        if (chunks[i].id != "JUNK") {
+            payloads.push_back(chunks[i]);
+        } else if (i > 0 && chunks[i - 1].id.rfind("ix", 0) == 0) {
+            EXPECT_EQ((chunks[i].position + 8 + chunks[i].size) % 4096, 0u);
+        }
+    }
+    ASSERT_EQ(payloads.size(), plan.size() - 1 + 2);
+    std::size_t next = 0;
+    std::vector<std::uint64_t> positions;
+    for (const Written& w : plan) {
+        if (w.seed == 0)
+            continue;
+        const avitest::Chunk& c = payloads[next++];
+        positions.push_back(c.position);
+        EXPECT_EQ(c.id, w.id) << w.seed;
+        EXPECT_EQ(c.size, w.size) << w.seed;
+        if (w.aligned) {
+            EXPECT_EQ((c.position + 8) % 4096, 0u) << w.seed;
+            const std::uint64_t tailEnd = c.position + 8 + w.size;
+            const std::uint64_t even = tailEnd + (w.size & 1);
+            if (w.size % 4096 != 0) { // the tail block closes with JUNK on the next boundary
+                EXPECT_EQ(Tag(b, even), "JUNK") << w.seed;
+                EXPECT_EQ((even + 8 + U32(b, even + 4)) % 4096, 0u) << w.seed;
+            }
+        }
+        std::vector<unsigned char> expect(w.size);
+        Fill(expect.data(), w.size, w.seed);
+        EXPECT_EQ(std::memcmp(b.data() + c.position + 8, expect.data(), w.size), 0) << w.seed;
+    }
+    EXPECT_EQ(payloads[next].id, "ix00");
+    EXPECT_EQ(payloads[next + 1].id, "ix01");
+    EXPECT_EQ(payloads[next].position % 4096, 0u);
+    EXPECT_EQ(payloads[next + 1].position % 4096, 0u);
+    // The odd chunk is followed one pad byte later by the repeat-free next chunk's JUNK.
+    EXPECT_EQ(Tag(b, positions[5] + 8 + 1001 + 1), "JUNK");
+
+    // Super indexes point at the standard indexes, which point at the chunks.
+    struct Expect {
+        std::uint64_t indx;
+        const char* id;
+        const char* ix;
+        std::uint32_t duration;
+        std::vector<std::uint64_t> chunkPositions;
+        std::vector<std::uint32_t> sizeFields;
+    };
+    const std::vector<Expect> streams = {
+        {indx0,
+         "00db",
+         "ix00",
+         8,
+         {positions[0], positions[2], positions[4], positions[5], positions[5], positions[6], positions[7],
+          positions[8]},
+         {12288, 5000, 8189, 1001, 1001, 8184, 8185, 4096 | 0x80000000u}},
+        {indx1, "01wb", "ix01", 3203, {positions[1], positions[3]}, {6404, 6408}},
+    };
+    for (const Expect& e : streams) {
+        EXPECT_EQ(U32(b, e.indx + 4), 65528u);
+        EXPECT_EQ(U16(b, e.indx + 8), 4u);
+        EXPECT_EQ(b[e.indx + 10], 0);
+        EXPECT_EQ(b[e.indx + 11], 0);
+        EXPECT_EQ(U32(b, e.indx + 12), 1u);
+        EXPECT_EQ(Tag(b, e.indx + 16), e.id);
+        const std::uint64_t ix = U64(b, e.indx + 32);
+        EXPECT_EQ(U32(b, e.indx + 40), 0x10000u);
+        EXPECT_EQ(U32(b, e.indx + 44), e.duration);
+        EXPECT_EQ(U64(b, e.indx + 48), 0u); // no second entry
+        ASSERT_LT(ix + 65536, b.size());
+        EXPECT_EQ(Tag(b, ix), e.ix);
+        EXPECT_EQ(U32(b, ix + 4), 65528u);
+        EXPECT_EQ(U16(b, ix + 8), 2u);
+        EXPECT_EQ(b[ix + 10], 0);
+        EXPECT_EQ(b[ix + 11], 1);
+        ASSERT_EQ(U32(b, ix + 12), e.chunkPositions.size());
+        EXPECT_EQ(Tag(b, ix + 16), e.id);
+        const std::uint64_t base = U64(b, ix + 20);
+        EXPECT_EQ(base, 0u);
+        for (std::size_t i = 0; i < e.chunkPositions.size(); ++i) {
+            EXPECT_EQ(base + U32(b, ix + 32 + 8 * i) - 8, e.chunkPositions[i]) << e.ix << " " << i;
+            EXPECT_EQ(U32(b, ix + 36 + 8 * i), e.sizeFields[i]) << e.ix << " " << i;
+        }
+    }
+
+    // idx1 right after the movi list, absolute offsets; the repeat copies the last entry.
+    const std::uint64_t idx1 = movi.bodyEnd;
+    ASSERT_EQ(Tag(b, idx1), "idx1");
+    ASSERT_EQ(U32(b, idx1 + 4), 16u * plan.size());
+    std::size_t chunkIndex = 0;
+    for (std::size_t i = 0; i < plan.size(); ++i) {
+        const std::uint64_t e = idx1 + 8 + 16 * i;
+        if (plan[i].seed == 0) {
+            EXPECT_EQ(std::memcmp(b.data() + e, b.data() + e - 16, 16), 0);
+            continue;
+        }
+        EXPECT_EQ(Tag(b, e), plan[i].id) << i;
+        EXPECT_EQ(U32(b, e + 4), plan[i].key ? 0x10u : 0u) << i;
+        EXPECT_EQ(U32(b, e + 8), positions[chunkIndex++]) << i;
+        EXPECT_EQ(U32(b, e + 12), plan[i].size) << i;
+    }
+    const std::uint64_t signature = idx1 + 8 + 16 * plan.size();
+    EXPECT_EQ(Tag(b, signature), "QVN ");
+    EXPECT_EQ(U32(b, signature + 4), 20u);
+    EXPECT_EQ(std::memcmp(b.data() + signature + 8, "QVN AVI Writer v1.0", 20), 0);
+    EXPECT_EQ(Tag(b, signature + 28), "JUNK");
+    EXPECT_EQ(signature + 28 + 8 + U32(b, signature + 32), b.size());
+}
+
+TEST(AviFile, AudioOnlyFileHasEmptyVideoFieldsAndNoAlignment) {
+    avitest::TempDir dir("audio");
+    const auto path = dir / "audio.avi";
+    const WAVEFORMATEX mono8{WAVE_FORMAT_PCM, 1, 22050, 22050, 1, 8, 0};
+    AudioStreamInfo audio(&mono8);
+    Pages pages(8192);
+    {
+        AVIFile file;
+        ASSERT_EQ(file.Open(path.string().c_str(), {&audio}), S_OK);
+        ASSERT_EQ(file.WriteChunk(0, pages.data, 4096, true), S_OK);
+        ASSERT_EQ(file.WriteChunk(0, pages.data, 735, true), S_OK);
+        ASSERT_EQ(file.WriteChunk(0, pages.data, 736, true), S_OK);
+        EXPECT_EQ(file.WriteRepeat(0), E_FAIL); // audio cannot repeat
+        ASSERT_EQ(file.Close(), S_OK);
+    }
+    const Bytes b = avitest::ReadAll(path);
+    for (int at = 32; at < 88; at += 4)
+        EXPECT_EQ(U32(b, at), at == 56 ? 1u : 0u) << at;
+    const List hdrl = ListAt(b, 12, "hdrl");
+    const List movi = ListAt(b, hdrl.bodyEnd, "movi");
+    EXPECT_EQ((movi.position + 12) % 4096, 0u);
+    // Chunks follow each other directly: 4096 + 8, then 735 + 8 + 1 pad byte.
+    const auto chunks = avitest::Walk(b, movi.position + 12, movi.bodyEnd);
+    ASSERT_GE(chunks.size(), 4u);
+    EXPECT_EQ(chunks[0].id, "00wb");
+    EXPECT_EQ(chunks[1].position, chunks[0].position + 8 + 4096);
+    EXPECT_EQ(chunks[2].position, chunks[1].position + 8 + 736);
+    EXPECT_EQ(chunks[2].size, 736u);
+    EXPECT_EQ(chunks[3].id, "ix00");
+    EXPECT_EQ(U32(b, 100 + 40), 4096u + 735 + 736);
+}
+
+TEST(AviFile, ReopensAfterCloseAndClosesInItsDestructor) {
+    avitest::TempDir dir("reuse");
+    VideoStreamInfo video(SmallVideo());
+    Pages pages(8192);
+    AVIFile file;
+    for (int round = 0; round < 2; ++round) {
+        const auto path = dir / ("reuse" + std::to_string(round) + ".avi");
+        ASSERT_EQ(file.Open(path.string().c_str(), {&video}), S_OK);
+        EXPECT_EQ(file.Open(path.string().c_str(), {&video}), E_FAIL); // already open
+        for (int i = 0; i <= round; ++i)
+            ASSERT_EQ(file.WriteChunk(0, pages.data, 8192, true), S_OK);
+        ASSERT_EQ(file.Close(), S_OK);
+        const Bytes b = avitest::ReadAll(path);
+        EXPECT_EQ(U32(b, 4), b.size() - 8);
+        EXPECT_EQ(U32(b, 48), static_cast<std::uint32_t>(round + 1)); // counters start again
+        EXPECT_EQ(U32(b, 140), static_cast<std::uint32_t>(round + 1));
+        EXPECT_EQ(U32(b, 212 + 12), 1u); // indx entries in use
+    }
+    EXPECT_EQ(video.Header().dwLength, 0u); // the caller's description is untouched
+
+    const auto path = dir / "destructed.avi";
+    {
+        AVIFile scoped;
+        ASSERT_EQ(scoped.Open(path.string().c_str(), {&video}), S_OK);
+        ASSERT_EQ(scoped.WriteChunk(0, pages.data, 100, true), S_OK);
+    }
+    const Bytes b = avitest::ReadAll(path);
+    EXPECT_EQ(U32(b, 4), b.size() - 8);
+    EXPECT_EQ(U32(b, 48), 1u);
+}
+
+TEST(AviFile, FailuresAreReportedAsResults) {
+    avitest::TempDir dir("fail");
+    VideoStreamInfo video(SmallVideo());
+    const WAVEFORMATEX pcm = Stereo16();
+    AudioStreamInfo audio(&pcm);
+    AVIFile file;
+    const auto missing = dir / "no-such-folder" / "x.avi";
+    const HRESULT hr = file.Open(missing.string().c_str(), {&video});
+    EXPECT_TRUE(FAILED(hr));
+    EXPECT_EQ(static_cast<std::uint32_t>(hr) & 0xFFFF0000u, 0x80070000u); // a system error, not a generic one
+    EXPECT_FALSE(file.IsOpen());
+    unsigned char data[16] = {};
+    EXPECT_EQ(file.WriteChunk(0, data, 16, true), E_FAIL);
+    EXPECT_EQ(file.Close(), S_OK);
+
+    ASSERT_EQ(file.Open((dir / "ok.avi").string().c_str(), {&video, &audio}), S_OK);
+    EXPECT_EQ(file.WriteRepeat(0), E_FAIL); // nothing to repeat yet
+    EXPECT_EQ(file.WriteChunk(2, data, 16, true), E_FAIL);
+    EXPECT_EQ(file.GetStream(2), nullptr);
+    EXPECT_EQ(file.GetStream(0)->Header().dwLength, 0u);
+    EXPECT_EQ(file.Close(), S_OK);
+}

@@ -30,8 +30,8 @@ inline constexpr std::uint32_t kPathScalar = 1;
 inline constexpr std::uint32_t kPathVector = 2;
 
 namespace v210 {
-std::int32_t CreateFrom(const void* srcPtr, std::uint32_t srcRowBytes, std::uint32_t pixelFormat, void* dstPtr,
-                        std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
+std::int32_t CreateFrom(const void* srcPtr, std::uint32_t srcRowBytes, std::uint32_t pixelFormat,
+                        void* dstPtr, std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
                         std::uint32_t colorMatrix, std::uint32_t pathMode);
 } // namespace v210
 
@@ -40,14 +40,14 @@ namespace r210 {
 std::int32_t Init(std::uint32_t pixelFormat);
 
 // colorMatrix is accepted for the shared argument list and ignored: r210 applies no matrix.
-std::int32_t CreateFrom(const void* srcPtr, std::uint32_t srcRowBytes, std::uint32_t pixelFormat, void* dstPtr,
-                        std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
+std::int32_t CreateFrom(const void* srcPtr, std::uint32_t srcRowBytes, std::uint32_t pixelFormat,
+                        void* dstPtr, std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
                         std::uint32_t colorMatrix, std::uint32_t pathMode);
 } // namespace r210
 
 namespace uyvy {
-std::int32_t CreateFrom(const void* srcPtr, std::uint32_t srcRowBytes, std::uint32_t pixelFormat, void* dstPtr,
-                        std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
+std::int32_t CreateFrom(const void* srcPtr, std::uint32_t srcRowBytes, std::uint32_t pixelFormat,
+                        void* dstPtr, std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
                         std::uint32_t colorMatrix, std::uint32_t pathMode);
 } // namespace uyvy
 

@@ -21,9 +21,7 @@ using RgbRowKernel = void (*)(const std::uint8_t* src, std::uint32_t srcRowBytes
 // 16 bytes, address and row bytes). [d][1][1] are the aligned kernels and [8u][0][1] (r210 also [16u][0][1])
 // the unaligned-source ones that automatic path choice uses; the rest only serve a forced vector path,
 // which must not fault on buffers that the alignment tests would have refused.
-template <class Kernel> struct VectorKernels {
-    Kernel kernel[kDepthCount][2][2];
-};
+template <class Kernel> struct VectorKernels { Kernel kernel[kDepthCount][2][2]; };
 using YuvVectorKernels = VectorKernels<YuvRowKernel>;
 using RgbVectorKernels = VectorKernels<RgbRowKernel>;
 

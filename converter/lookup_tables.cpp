@@ -15,7 +15,9 @@ constexpr std::uint32_t kFourCcV210 = 0x30313276; // "v210"
 constexpr std::uint32_t kFourCcV211 = 0x31313276; // "v211"
 constexpr const char* kInitName = "QVN::Converter::Video::r210::Init";
 
-void* HeapAllocate(std::size_t bytes) { return std::malloc(bytes); }
+void* HeapAllocate(std::size_t bytes) {
+    return std::malloc(bytes);
+}
 
 // Never freed: the tables live until the process ends.
 std::uint16_t* sR210LUT = nullptr;
@@ -101,10 +103,18 @@ std::int32_t r210::Init(std::uint32_t pixelFormat) {
 
 namespace detail {
 
-const std::uint16_t* R210Lut() { return sR210LUT; }
-const std::uint8_t* Component8uLut() { return s8uComponentLUT; }
-const std::uint16_t* Component16uLut() { return s16uComponentLUT; }
-const float* Component32fLut() { return s32fComponentLUT; }
+const std::uint16_t* R210Lut() {
+    return sR210LUT;
+}
+const std::uint8_t* Component8uLut() {
+    return s8uComponentLUT;
+}
+const std::uint16_t* Component16uLut() {
+    return s16uComponentLUT;
+}
+const float* Component32fLut() {
+    return s32fComponentLUT;
+}
 
 void SetTableAllocatorForTesting(TableAllocator allocator) {
     std::lock_guard<std::mutex> lock(sInitMutex);

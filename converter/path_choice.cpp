@@ -36,11 +36,13 @@ const char* PixelFormatName(std::uint32_t pixelFormat) {
     }
 }
 
-void ReportScalarFallback(const char* function, std::uint32_t pixelFormat, const char* target, const void* srcPtr,
-                          std::uint32_t srcRowBytes, const void* dstPtr, std::uint32_t dstRowBytes) {
-    Diagnostic("%s: Reverting to scalar code for conversion from %s to '%s': srcPtr %p srcRowBytes 0x%x dstPtr %p "
-               "dstRowBytes 0x%x\n",
-               function, PixelFormatName(pixelFormat), target, srcPtr, srcRowBytes, dstPtr, dstRowBytes);
+void ReportScalarFallback(const char* function, std::uint32_t pixelFormat, const char* target,
+                          const void* srcPtr, std::uint32_t srcRowBytes, const void* dstPtr,
+                          std::uint32_t dstRowBytes) {
+    Diagnostic(
+        "%s: Reverting to scalar code for conversion from %s to '%s': srcPtr %p srcRowBytes 0x%x dstPtr %p "
+        "dstRowBytes 0x%x\n",
+        function, PixelFormatName(pixelFormat), target, srcPtr, srcRowBytes, dstPtr, dstRowBytes);
 }
 
 const YuvVectorKernels& ActiveV210Vector() {

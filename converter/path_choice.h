@@ -16,8 +16,9 @@ int DepthOf(std::uint32_t pixelFormat);
 // "PrPixelFormat_BGRA_4444_8u" and so on, "<unknown>" for any other code.
 const char* PixelFormatName(std::uint32_t pixelFormat);
 
-void ReportScalarFallback(const char* function, std::uint32_t pixelFormat, const char* target, const void* srcPtr,
-                          std::uint32_t srcRowBytes, const void* dstPtr, std::uint32_t dstRowBytes);
+void ReportScalarFallback(const char* function, std::uint32_t pixelFormat, const char* target,
+                          const void* srcPtr, std::uint32_t srcRowBytes, const void* dstPtr,
+                          std::uint32_t dstRowBytes);
 
 const YuvVectorKernels& ActiveV210Vector();
 const RgbVectorKernels& ActiveR210Vector();

@@ -41,8 +41,8 @@ Codes Codes32f(const std::uint16_t* lut, const std::uint8_t* p) {
 }
 
 template <Codes (*ToCodes)(const std::uint16_t*, const std::uint8_t*), std::ptrdiff_t kBytes>
-void R210Scalar(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst, std::uint32_t dstRowBytes,
-                std::int32_t width, std::int32_t height) {
+void R210Scalar(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
+                std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height) {
     if (width <= 0 || height <= 0) {
         return;
     }

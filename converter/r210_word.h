@@ -6,7 +6,8 @@
 namespace QVN::Converter::Video::detail {
 
 inline std::uint32_t R210Word(std::uint32_t r, std::uint32_t g, std::uint32_t b) {
-    return (r >> 4) | ((r & 15) << 12) | ((g >> 6) << 8) | ((g & 63) << 18) | ((b >> 8) << 16) | ((b & 255) << 24);
+    return (r >> 4) | ((r & 15) << 12) | ((g >> 6) << 8) | ((g & 63) << 18) | ((b >> 8) << 16) |
+           ((b & 255) << 24);
 }
 
 } // namespace QVN::Converter::Video::detail

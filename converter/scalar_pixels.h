@@ -13,7 +13,9 @@ struct ScalarBgrF {
     float b, g, r;
 };
 
-inline ScalarBgr ReadBgr8u(const std::uint8_t* p) { return {p[0], p[1], p[2]}; }
+inline ScalarBgr ReadBgr8u(const std::uint8_t* p) {
+    return {p[0], p[1], p[2]};
+}
 
 inline ScalarBgr ReadBgr16u(const std::uint8_t* p) {
     std::uint16_t c[3];

@@ -89,7 +89,9 @@ struct Sse2Ops {
     static I Unpackhi32(I a, I b) { return _mm_unpackhi_epi32(a, b); }
     static I Unpacklo64(I a, I b) { return _mm_unpacklo_epi64(a, b); }
     static I Unpackhi64(I a, I b) { return _mm_unpackhi_epi64(a, b); }
-    template <int imm> static I Shuffle16LoHi(I a) { return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, imm), imm); }
+    template <int imm> static I Shuffle16LoHi(I a) {
+        return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, imm), imm);
+    }
 
     // maxps returns its second operand when either is NaN, so NaN becomes 0.0 here.
     static F ClampUnit(F a) { return _mm_min_ps(_mm_max_ps(a, _mm_setzero_ps()), _mm_set1_ps(1.0f)); }
@@ -100,7 +102,9 @@ struct Sse2Ops {
     static I Previous(I carry, I /*current*/) { return carry; }
     static I RowStartCarry(I firstPixelTwice) { return firstPixelTwice; }
 
-    static void Prefetch(const std::uint8_t* p) { _mm_prefetch(reinterpret_cast<const char*>(p), _MM_HINT_NTA); }
+    static void Prefetch(const std::uint8_t* p) {
+        _mm_prefetch(reinterpret_cast<const char*>(p), _MM_HINT_NTA);
+    }
 };
 
 #if defined(__AVX2__)
@@ -168,16 +172,22 @@ struct Avx2Ops {
         return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, imm), imm);
     }
 
-    static F ClampUnit(F a) { return _mm256_min_ps(_mm256_max_ps(a, _mm256_setzero_ps()), _mm256_set1_ps(1.0f)); }
+    static F ClampUnit(F a) {
+        return _mm256_min_ps(_mm256_max_ps(a, _mm256_setzero_ps()), _mm256_set1_ps(1.0f));
+    }
     static F MulF(F a, F b) { return _mm256_mul_ps(a, b); }
     static I RoundToInt(F a) { return _mm256_cvtps_epi32(a); }
 
     // Lane 0 continues the previous pair's second block, lane 1 this pair's first block.
     static I Previous(I carry, I current) { return _mm256_permute2x128_si256(carry, current, 0x21); }
-    static I RowStartCarry(I firstPixelTwice) { return _mm256_permute2x128_si256(firstPixelTwice, firstPixelTwice, 0x00); }
+    static I RowStartCarry(I firstPixelTwice) {
+        return _mm256_permute2x128_si256(firstPixelTwice, firstPixelTwice, 0x00);
+    }
     static __m128i HighLane(I v) { return _mm256_extracti128_si256(v, 1); }
 
-    static void Prefetch(const std::uint8_t* p) { _mm_prefetch(reinterpret_cast<const char*>(p), _MM_HINT_NTA); }
+    static void Prefetch(const std::uint8_t* p) {
+        _mm_prefetch(reinterpret_cast<const char*>(p), _MM_HINT_NTA);
+    }
 };
 #endif
 

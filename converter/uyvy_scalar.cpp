@@ -48,8 +48,8 @@ std::uint32_t Filter(std::uint32_t left, std::uint32_t centre, std::uint32_t rig
 }
 
 template <Rgb8 (*To8Bit)(const std::uint8_t*), std::ptrdiff_t kBytes>
-void UyvyScalar(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst, std::uint32_t dstRowBytes,
-                std::int32_t width, std::int32_t height, const float* matrix) {
+void UyvyScalar(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
+                std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height, const float* matrix) {
     if (width <= 0 || height <= 0) {
         return;
     }

@@ -53,11 +53,13 @@ std::uint32_t Filter(std::uint32_t left, std::uint32_t centre, std::uint32_t rig
     return (((left + right) >> 1) + centre) >> 1;
 }
 
-std::uint32_t Word(std::uint32_t a, std::uint32_t b, std::uint32_t c) { return a | (b << 10) | (c << 20); }
+std::uint32_t Word(std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    return a | (b << 10) | (c << 20);
+}
 
 template <Rgb10 (*ToRgb)(const std::uint8_t*), std::ptrdiff_t kBytes>
-void V210Scalar(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst, std::uint32_t dstRowBytes,
-                std::int32_t width, std::int32_t height, const float* matrix) {
+void V210Scalar(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
+                std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height, const float* matrix) {
     if (width <= 0 || height <= 0) {
         return;
     }

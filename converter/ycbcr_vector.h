@@ -1,0 +1,283 @@
+// The v210 and UYVY vector row kernels, written once over the operations of simd_ops.h.
+//
+// A block is 24 pixels. Components are brought to a common 16-bit scale (full scale 16384), the matrix is
+// applied in Q15 with truncating shifts, and chroma is filtered 1-2-1 on the scaled R, G, B before the
+// matrix. This deliberately differs from the scalar kernels, which round and filter after the matrix.
+// Included only by the SSE2 and AVX2 translation units.
+#pragma once
+
+#include "converter/kernels.h"
+#include "converter/rows.h"
+#include "converter/simd_ops.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace QVN::Converter::Video::detail {
+namespace {
+
+constexpr std::int32_t kBlockPixels = 24;
+
+template <class Ops> struct Q15Matrix { typename Ops::I y, cb, cr, ones; };
+
+// Each weight times 32768 in single precision, truncated toward zero; laid out B, G, R, 0 (alpha) per
+// pixel as the components lie in memory.
+template <class Ops> Q15Matrix<Ops> MakeQ15Matrix(const float* m) {
+    const auto q = [](float v) { return static_cast<std::int16_t>(v * 32768.0f); };
+    return {Ops::SetPixel16(q(m[2]), q(m[1]), q(m[0]), 0), Ops::SetPixel16(q(m[5]), q(m[4]), q(m[3]), 0),
+            Ops::SetPixel16(q(m[8]), q(m[7]), q(m[6]), 0), Ops::Set16(1)};
+}
+
+// Loads a block (per lane) as twelve registers of two pixels each, B, G, R, A in 16-bit lanes, on the
+// common scale: 8u << 6 (255 gives 16320), 16u >> 1 (32768 gives 16384), 32f clamped, times 16384 and
+// rounded to nearest.
+template <class Ops, int kDepth, bool kAligned>
+void LoadScaledBlock(const std::uint8_t* p, typename Ops::I (&r)[12]) {
+    constexpr std::ptrdiff_t kBlockBytes = kBlockPixels * kPixelBytes[kDepth];
+    if constexpr (kDepth == kDepth8u) {
+        const typename Ops::I zero = Ops::Zero();
+        for (int i = 0; i < 6; ++i) {
+            const typename Ops::I x = Ops::template LoadLanes<kAligned>(p + 16 * i, kBlockBytes);
+            r[2 * i] = Ops::template Slli16<6>(Ops::Unpacklo8(x, zero));
+            r[2 * i + 1] = Ops::template Slli16<6>(Ops::Unpackhi8(x, zero));
+        }
+    } else if constexpr (kDepth == kDepth16u) {
+        for (int i = 0; i < 12; ++i) {
+            r[i] = Ops::template Srli16<1>(Ops::template LoadLanes<kAligned>(p + 16 * i, kBlockBytes));
+        }
+    } else {
+        const typename Ops::F scale = Ops::SetF(16384.0f);
+        for (int i = 0; i < 12; ++i) {
+            const typename Ops::F a = Ops::template LoadLanesF<kAligned>(p + 32 * i, kBlockBytes);
+            const typename Ops::F b = Ops::template LoadLanesF<kAligned>(p + 32 * i + 16, kBlockBytes);
+            r[i] = Ops::Packs32(Ops::RoundToInt(Ops::MulF(Ops::ClampUnit(a), scale)),
+                                Ops::RoundToInt(Ops::MulF(Ops::ClampUnit(b), scale)));
+        }
+    }
+}
+
+// Y of 24 pixels as three registers of eight, and chroma as three registers holding, per run of four
+// pixels n..n+3, Cb(n), Cb(n+2), Cr(n), Cr(n+2). `previous` holds, in its upper half, the pixel before
+// the block. Values leave here already offset but not yet limited.
+template <class Ops, int kShift, std::int16_t kYOffset, std::int16_t kCOffset>
+void ConvertBlock(const typename Ops::I (&r)[12], typename Ops::I previous, const Q15Matrix<Ops>& q,
+                  typename Ops::I (&y)[3], typename Ops::I (&c)[3]) {
+    using I = typename Ops::I;
+    // Luma: the two partial sums (B+G, R+0) are shifted by 15 and saturated to 16 bits, then added by
+    // the multiply-add with ones. No rounding offset anywhere.
+    I ySum[6];
+    for (int k = 0; k < 6; ++k) {
+        const I a = Ops::template Srli32<15>(Ops::Madd(r[2 * k], q.y));
+        const I b = Ops::template Srli32<15>(Ops::Madd(r[2 * k + 1], q.y));
+        ySum[k] = Ops::Madd(Ops::Packs32(a, b), q.ones);
+    }
+    // Chroma at the even pixels, filtered on the scaled components with truncating unsigned shifts.
+    I cSum[6];
+    for (int k = 0; k < 6; ++k) {
+        const I left = k == 0 ? previous : r[2 * k - 1];
+        const I even = Ops::Unpacklo64(r[2 * k], r[2 * k + 1]); // S(n), S(n+2)
+        const I next = Ops::Unpackhi64(r[2 * k], r[2 * k + 1]); // S(n+1), S(n+3)
+        const I before = Ops::Unpackhi64(left, r[2 * k]);       // S(n-1), S(n+1)
+        const I f = Ops::template Srli16<1>(Ops::Add16(Ops::template Srli16<1>(Ops::Add16(even, before)),
+                                                       Ops::template Srli16<1>(Ops::Add16(even, next))));
+        const I cb = Ops::template Srai32<15>(Ops::Madd(f, q.cb));
+        const I cr = Ops::template Srai32<15>(Ops::Madd(f, q.cr));
+        cSum[k] = Ops::Madd(Ops::Packs32(cb, cr), q.ones);
+    }
+    // Every sum fits in 16 bits, so packing before the final shift changes nothing.
+    for (int j = 0; j < 3; ++j) {
+        y[j] = Ops::Add16(Ops::template Srai16<kShift>(Ops::Packs32(ySum[2 * j], ySum[2 * j + 1])),
+                          Ops::Set16(kYOffset));
+        c[j] = Ops::Add16(Ops::template Srai16<kShift>(Ops::Packs32(cSum[2 * j], cSum[2 * j + 1])),
+                          Ops::Set16(kCOffset));
+    }
+}
+
+enum class StoreKind { kDestination, kLocal };
+
+// v210: values limited to 0..1023 (the lower limit only matters for 16u components above 32768, which the
+// host never delivers), then the block's four groups packed by one shared routine.
+struct V210Layout {
+    static constexpr int kShift = 4;
+    static constexpr std::int16_t kYOffset = 64;
+    static constexpr std::int16_t kCOffset = 512;
+    static constexpr std::ptrdiff_t kBlockBytes = 64;
+    static constexpr bool kTailOnLastRow = false;
+
+    // Index of Cb of even pixel n in the chroma order Cb(n), Cb(n+2), Cr(n), Cr(n+2) per run of four.
+    static constexpr int CbIndex(int n) { return 4 * (n / 4) + (n % 4) / 2; }
+    static constexpr int CrIndex(int n) { return CbIndex(n) + 2; }
+
+    template <bool kAligned>
+    static void PackBlock(const std::int16_t* y, const std::int16_t* c, std::uint8_t* out) {
+        alignas(16) std::uint32_t w[16];
+        const auto u = [](std::int16_t v) { return static_cast<std::uint32_t>(v); };
+        for (int g = 0; g < 4; ++g) {
+            const int n = 6 * g;
+            w[4 * g + 0] = u(c[CbIndex(n)]) | u(y[n]) << 10 | u(c[CrIndex(n)]) << 20;
+            w[4 * g + 1] = u(y[n + 1]) | u(c[CbIndex(n + 2)]) << 10 | u(y[n + 2]) << 20;
+            w[4 * g + 2] = u(c[CrIndex(n + 2)]) | u(y[n + 3]) << 10 | u(c[CbIndex(n + 4)]) << 20;
+            w[4 * g + 3] = u(y[n + 4]) | u(c[CrIndex(n + 4)]) << 10 | u(y[n + 5]) << 20;
+        }
+        for (int i = 0; i < 4; ++i) {
+            Sse2Ops::Store<kAligned>(out + 16 * i,
+                                     Sse2Ops::Load<true>(reinterpret_cast<const std::uint8_t*>(w + 4 * i)));
+        }
+    }
+
+    template <class Ops, bool kAligned, StoreKind>
+    static void Store(std::uint8_t* d, const typename Ops::I (&y)[3], const typename Ops::I (&c)[3]) {
+        alignas(32) std::int16_t ys[Ops::kLanes][kBlockPixels];
+        alignas(32) std::int16_t cs[Ops::kLanes][kBlockPixels];
+        const typename Ops::I zero = Ops::Zero();
+        const typename Ops::I max = Ops::Set16(1023);
+        for (int j = 0; j < 3; ++j) {
+            Ops::template StoreLanes<true>(reinterpret_cast<std::uint8_t*>(&ys[0][8 * j]), sizeof ys[0],
+                                           Ops::Min16(Ops::Max16(y[j], zero), max));
+            Ops::template StoreLanes<true>(reinterpret_cast<std::uint8_t*>(&cs[0][8 * j]), sizeof cs[0],
+                                           Ops::Min16(Ops::Max16(c[j], zero), max));
+        }
+        for (int lane = 0; lane < Ops::kLanes; ++lane) {
+            PackBlock<kAligned>(ys[lane], cs[lane], d + kBlockBytes * lane);
+        }
+    }
+};
+
+// UYVY: bytes Cb, Y0, Cr, Y1 per pair; the unsigned saturating pack limits every value to 0..255.
+struct UyvyLayout {
+    static constexpr int kShift = 6;
+    static constexpr std::int16_t kYOffset = 16;
+    static constexpr std::int16_t kCOffset = 128;
+    static constexpr std::ptrdiff_t kBlockBytes = 48;
+    static constexpr bool kTailOnLastRow = true;
+
+    template <class Ops, bool kAligned, StoreKind kKind>
+    static void Store(std::uint8_t* d, const typename Ops::I (&y)[3], const typename Ops::I (&c)[3]) {
+        for (int j = 0; j < 3; ++j) {
+            // Cb(n), Cb(n+2), Cr(n), Cr(n+2) -> Cb(n), Cr(n), Cb(n+2), Cr(n+2), then interleaved with Y.
+            const typename Ops::I chroma = Ops::template Shuffle16LoHi<0xD8>(c[j]);
+            const typename Ops::I out =
+                Ops::Packus16(Ops::Unpacklo16(chroma, y[j]), Ops::Unpackhi16(chroma, y[j]));
+            if constexpr (kKind == StoreKind::kLocal) {
+                Ops::template StoreLanes<true>(d + 16 * j, kBlockBytes, out);
+            } else {
+                Ops::template StreamLanes<kAligned>(d + 16 * j, kBlockBytes, out);
+            }
+        }
+    }
+};
+
+// Copies the row's pixels from `first` up to the width into a block and repeats the last pixel after
+// them, so that the last block reads nothing past the row.
+template <int kDepth>
+void FillTailBlock(const std::uint8_t* row, std::int32_t first, std::int32_t width, std::uint8_t* block) {
+    constexpr std::ptrdiff_t kBytes = kPixelBytes[kDepth];
+    const std::int32_t count = width - first;
+    std::memcpy(block, row + first * kBytes, static_cast<std::size_t>(count * kBytes));
+    for (std::int32_t i = count; i < kBlockPixels; ++i) {
+        std::memcpy(block + i * kBytes, row + (width - 1) * kBytes, kBytes);
+    }
+}
+
+// One row kernel: W is the widest register set this translation unit runs (blocks in pairs), N the
+// 128-bit one for single blocks; for the SSE2 kernels both are Sse2Ops.
+template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
+void YcbcrVectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
+                     std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
+                     const float* matrix) {
+    if (width <= 0 || height <= 0) {
+        return;
+    }
+    constexpr std::ptrdiff_t kSrcBlock = kBlockPixels * kPixelBytes[kDepth];
+    constexpr int kShift = Layout::kShift;
+    constexpr std::int16_t kY = Layout::kYOffset;
+    constexpr std::int16_t kC = Layout::kCOffset;
+    const Q15Matrix<W> qw = MakeQ15Matrix<W>(matrix);
+    const Q15Matrix<N> qn = MakeQ15Matrix<N>(matrix);
+    const std::int32_t fullBlocks = width / kBlockPixels;
+    const std::int32_t remainder = width % kBlockPixels;
+
+    for (std::int32_t row = 0; row < height; ++row) {
+        const std::uint8_t* s = SourceRow(src, srcRowBytes, height, row);
+        std::uint8_t* d = DestRow(dst, dstRowBytes, row);
+        std::int32_t b = 0;
+        typename N::I carry = N::Zero();
+        if constexpr (W::kLanes == 2) {
+            typename W::I wideCarry = W::Zero();
+            for (; b + 2 <= fullBlocks; b += 2) {
+                const std::uint8_t* p = s + b * kSrcBlock;
+                for (std::ptrdiff_t o = 0; o < 2 * kSrcBlock; o += 64) {
+                    W::Prefetch(p + 2 * kSrcBlock + o);
+                }
+                typename W::I r[12], y[3], c[3];
+                LoadScaledBlock<W, kDepth, kAlignedSrc>(p, r);
+                if (b == 0) {
+                    wideCarry = W::RowStartCarry(W::Unpacklo64(r[0], r[0]));
+                }
+                ConvertBlock<W, kShift, kY, kC>(r, W::Previous(wideCarry, r[11]), qw, y, c);
+                wideCarry = r[11];
+                Layout::template Store<W, kAlignedDst, StoreKind::kDestination>(d + b * Layout::kBlockBytes,
+                                                                                y, c);
+            }
+            if (b > 0) {
+                carry = W::HighLane(wideCarry);
+            }
+        }
+        const auto block = [&](const std::uint8_t* p, std::int32_t index, typename N::I(&y)[3],
+                               typename N::I(&c)[3], auto alignedSrc) {
+            typename N::I r[12];
+            LoadScaledBlock<N, kDepth, decltype(alignedSrc)::value>(p, r);
+            if (index == 0) {
+                carry = N::Unpacklo64(r[0], r[0]); // a row's first pixel is its own left neighbour
+            }
+            ConvertBlock<N, kShift, kY, kC>(r, carry, qn, y, c);
+            carry = r[11];
+        };
+        for (; b < fullBlocks; ++b) {
+            const std::uint8_t* p = s + b * kSrcBlock;
+            for (std::ptrdiff_t o = 0; o < kSrcBlock; o += 64) {
+                N::Prefetch(p + 2 * kSrcBlock + o);
+            }
+            typename N::I y[3], c[3];
+            block(p, b, y, c, std::bool_constant<kAlignedSrc>{});
+            Layout::template Store<N, kAlignedDst, StoreKind::kDestination>(d + b * Layout::kBlockBytes, y,
+                                                                            c);
+        }
+        if (remainder != 0) {
+            alignas(16) std::uint8_t tail[kSrcBlock];
+            FillTailBlock<kDepth>(s, fullBlocks * kBlockPixels, width, tail);
+            typename N::I y[3], c[3];
+            block(tail, fullBlocks, y, c, std::true_type{});
+            std::uint8_t* out = d + fullBlocks * Layout::kBlockBytes;
+            if (Layout::kTailOnLastRow && row == height - 1) {
+                // The last row ends the frame: only the bytes of the remaining pixels go into place.
+                alignas(16) std::uint8_t local[Layout::kBlockBytes];
+                Layout::template Store<N, true, StoreKind::kLocal>(local, y, c);
+                std::memcpy(out, local, static_cast<std::size_t>(remainder * 2));
+            } else {
+                Layout::template Store<N, kAlignedDst, StoreKind::kDestination>(out, y, c);
+            }
+        }
+    }
+    _mm_sfence(); // streamed rows are visible to the thread that takes the frame next
+}
+
+template <class Layout, class W, class N, int kDepth>
+constexpr YuvRowKernel kYcbcrKernel[2][2] = {
+    {YcbcrVectorRows<Layout, W, N, kDepth, false, false>, YcbcrVectorRows<Layout, W, N, kDepth, false, true>},
+    {YcbcrVectorRows<Layout, W, N, kDepth, true, false>, YcbcrVectorRows<Layout, W, N, kDepth, true, true>}};
+
+template <class Layout, class W, class N> constexpr YuvVectorKernels MakeYcbcrKernels() {
+    YuvVectorKernels k{};
+    for (int s = 0; s < 2; ++s) {
+        for (int t = 0; t < 2; ++t) {
+            k.kernel[kDepth8u][s][t] = kYcbcrKernel<Layout, W, N, kDepth8u>[s][t];
+            k.kernel[kDepth16u][s][t] = kYcbcrKernel<Layout, W, N, kDepth16u>[s][t];
+            k.kernel[kDepth32f][s][t] = kYcbcrKernel<Layout, W, N, kDepth32f>[s][t];
+        }
+    }
+    return k;
+}
+
+} // namespace
+} // namespace QVN::Converter::Video::detail

@@ -1,0 +1,194 @@
+// Every row kernel against the formulas restated in reference.cpp, on random frames of every depth, with
+// canaries around and between the destination rows; AVX2 against SSE2 byte for byte.
+#include "converter/converter.h"
+#include "converter/cpu_features.h"
+#include "converter/kernels.h"
+#include "reference.h"
+#include "test_frames.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+namespace qvn_test {
+namespace {
+
+namespace cv = QVN::Converter::Video;
+namespace detail = QVN::Converter::Video::detail;
+
+enum class Codec { kV210, kUyvy, kR210 };
+constexpr Codec kCodecs[] = {Codec::kV210, Codec::kUyvy, Codec::kR210};
+const char* const kCodecNames[] = {"v210", "uyvy", "r210"};
+const char* const kDepthNames[] = {"8u", "16u", "32f"};
+
+using Kernel =
+    std::function<void(const std::uint8_t*, std::uint32_t, std::uint8_t*, std::uint32_t, int, int)>;
+
+Kernel Bind(detail::YuvRowKernel k, const float* m) {
+    return [k, m](const std::uint8_t* s, std::uint32_t sr, std::uint8_t* d, std::uint32_t dr, int w, int h) {
+        k(s, sr, d, dr, w, h, m);
+    };
+}
+Kernel Bind(detail::RgbRowKernel k) {
+    return [k](const std::uint8_t* s, std::uint32_t sr, std::uint8_t* d, std::uint32_t dr, int w, int h) {
+        k(s, sr, d, dr, w, h);
+    };
+}
+
+Kernel ScalarKernel(Codec c, int depth, const float* m) {
+    switch (c) {
+    case Codec::kV210:
+        return Bind(detail::kV210Scalar[depth], m);
+    case Codec::kUyvy:
+        return Bind(detail::kUyvyScalar[depth], m);
+    default:
+        return Bind(detail::kR210Scalar[depth]);
+    }
+}
+
+Kernel VectorKernel(Codec c, bool avx2, int depth, bool alignedSrc, bool alignedDst, const float* m) {
+    switch (c) {
+    case Codec::kV210:
+        return Bind((avx2 ? detail::kV210Avx2 : detail::kV210Sse2).kernel[depth][alignedSrc][alignedDst], m);
+    case Codec::kUyvy:
+        return Bind((avx2 ? detail::kUyvyAvx2 : detail::kUyvySse2).kernel[depth][alignedSrc][alignedDst], m);
+    default:
+        return Bind((avx2 ? detail::kR210Avx2 : detail::kR210Sse2).kernel[depth][alignedSrc][alignedDst]);
+    }
+}
+
+std::vector<std::vector<std::uint8_t>> Expected(Codec c, const SourceView& s, const float* m,
+                                                bool vectorPath) {
+    switch (c) {
+    case Codec::kV210:
+        return ReferenceV210(s, m, vectorPath);
+    case Codec::kUyvy:
+        return ReferenceUyvy(s, m, vectorPath);
+    default:
+        return ReferenceR210(s, vectorPath);
+    }
+}
+
+std::size_t Extent(Codec c, int width, int depth, bool vectorPath) {
+    switch (c) {
+    case Codec::kV210:
+        return V210RowExtent(width, vectorPath);
+    case Codec::kUyvy:
+        return UyvyRowExtent(width, vectorPath, false);
+    default:
+        return R210RowExtent(width, depth, vectorPath);
+    }
+}
+
+std::vector<int> Widths() {
+    std::vector<int> w;
+    for (int i = 1; i <= 100; ++i) {
+        w.push_back(i);
+    }
+    w.insert(w.end(), {720, 1280, 1920, 3840});
+    return w;
+}
+
+constexpr std::size_t kPixelBytes[3] = {4, 8, 16};
+
+// The destination with the canaries on either side.
+std::vector<std::uint8_t> Window(const Buffer& b) {
+    return {b.data() - 64, b.data() + b.size() + 64};
+}
+
+class KernelTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(cv::r210::Init(cv::kPixelFormatBgra8u), 0); }
+    std::mt19937 rng_{20240611};
+};
+
+// One conversion on a fresh frame; `layout` picks paddings and misalignments from the width.
+::testing::AssertionResult Check(Codec c, int depth, int width, bool vectorPath, const Kernel& kernel,
+                                 bool alignedSrc, bool alignedDst, std::mt19937& rng, const float* m) {
+    const int height = width <= 100 ? 3 : 2;
+    const std::size_t srcPad = static_cast<std::size_t>(width % 3) * 4;
+    std::uint32_t srcRowBytes = static_cast<std::uint32_t>(width * kPixelBytes[depth] + srcPad);
+    std::uint32_t dstRowBytes =
+        static_cast<std::uint32_t>(Extent(c, width, depth, vectorPath) + (width % 2) * 8 + 4);
+    if (alignedSrc) {
+        srcRowBytes = RoundUp16(srcRowBytes);
+    }
+    if (alignedDst) {
+        dstRowBytes = RoundUp16(dstRowBytes);
+    }
+    const Frame src = RandomFrame(depth, width, height, srcRowBytes, alignedSrc ? 0 : 1 + width % 7, rng);
+    Buffer dst(static_cast<std::size_t>(dstRowBytes) * height, alignedDst ? 0 : 3);
+    kernel(src.buffer.data(), srcRowBytes, dst.data(), dstRowBytes, width, height);
+    return FrameMatches(dst, dstRowBytes, Expected(c, src.view(), m, vectorPath))
+           << " [" << kCodecNames[static_cast<int>(c)] << " " << kDepthNames[depth] << " width " << width
+           << "]";
+}
+
+TEST_F(KernelTest, ScalarKernelsFollowTheirFormulasAtAnyAlignment) {
+    for (Codec c : kCodecs) {
+        for (int depth = 0; depth < 3; ++depth) {
+            for (int width : Widths()) {
+                const float* m = width % 2 ? kSdMatrix : kHdMatrix;
+                ASSERT_TRUE(Check(c, depth, width, false, ScalarKernel(c, depth, m), false, false, rng_, m));
+            }
+        }
+    }
+}
+
+TEST_F(KernelTest, Sse2KernelsFollowTheVectorArithmetic) {
+    for (Codec c : kCodecs) {
+        for (int depth = 0; depth < 3; ++depth) {
+            for (int width : Widths()) {
+                const float* m = width % 2 ? kHdMatrix : kSdMatrix;
+                // The aligned kernel, then the unaligned-source and fully unaligned variants.
+                for (int variant = 0; variant < 3; ++variant) {
+                    const bool alignedSrc = variant == 0;
+                    const bool alignedDst = variant != 2;
+                    ASSERT_TRUE(Check(c, depth, width, true,
+                                      VectorKernel(c, false, depth, alignedSrc, alignedDst, m), alignedSrc,
+                                      alignedDst, rng_, m))
+                        << " variant " << variant;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(KernelTest, Avx2KernelsWriteExactlyWhatSse2Writes) {
+    if (!detail::CpuHasAvx2()) {
+        GTEST_SKIP() << "this processor does not run AVX2";
+    }
+    for (Codec c : kCodecs) {
+        for (int depth = 0; depth < 3; ++depth) {
+            for (int width : Widths()) {
+                for (int variant = 0; variant < 4; ++variant) {
+                    const bool alignedSrc = variant & 1, alignedDst = variant & 2;
+                    const int height = 3;
+                    const std::uint32_t srcRowBytes =
+                        RoundUp16(width * kPixelBytes[depth]) + (alignedSrc ? 0 : 4);
+                    // A tight stride for UYVY also covers rows written over by the next.
+                    const std::uint32_t dstRowBytes =
+                        (c == Codec::kUyvy && width % 8 == 0 ? static_cast<std::uint32_t>(width * 2)
+                                                             : RoundUp16(Extent(c, width, depth, true))) +
+                        (alignedDst ? 0 : 4);
+                    const Frame src =
+                        RandomFrame(depth, width, height, srcRowBytes, alignedSrc ? 0 : 5, rng_);
+                    Buffer sse2(static_cast<std::size_t>(dstRowBytes) * height, alignedDst ? 0 : 1);
+                    Buffer avx2(static_cast<std::size_t>(dstRowBytes) * height, alignedDst ? 0 : 1);
+                    const float* m = kHdMatrix;
+                    VectorKernel(c, false, depth, alignedSrc, alignedDst,
+                                 m)(src.buffer.data(), srcRowBytes, sse2.data(), dstRowBytes, width, height);
+                    VectorKernel(c, true, depth, alignedSrc, alignedDst,
+                                 m)(src.buffer.data(), srcRowBytes, avx2.data(), dstRowBytes, width, height);
+                    ASSERT_EQ(Window(sse2), Window(avx2))
+                        << kCodecNames[static_cast<int>(c)] << " " << kDepthNames[depth] << " width " << width
+                        << " variant " << variant;
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace qvn_test

@@ -1,0 +1,21 @@
+# Runs one command and checks its exit status and output.
+#   -DCOMMAND="prog;arg;..." -DEXPECT_RC=N [-DEXPECT_OUT="regex;regex"] [-DEXPECT_ERR="regex"]
+# Every regex must match (stdout for EXPECT_OUT, stderr for EXPECT_ERR).
+execute_process(COMMAND ${COMMAND} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+set(failed "")
+if(NOT "${rc}" STREQUAL "${EXPECT_RC}")
+    string(APPEND failed "exit status ${rc}, expected ${EXPECT_RC}\n")
+endif()
+foreach(re IN LISTS EXPECT_OUT)
+    if(NOT out MATCHES "${re}")
+        string(APPEND failed "standard output does not match: ${re}\n")
+    endif()
+endforeach()
+foreach(re IN LISTS EXPECT_ERR)
+    if(NOT err MATCHES "${re}")
+        string(APPEND failed "standard error does not match: ${re}\n")
+    endif()
+endforeach()
+if(failed)
+    message(FATAL_ERROR "${failed}--- stdout\n${out}--- stderr\n${err}")
+endif()

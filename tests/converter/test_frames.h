@@ -38,10 +38,10 @@ struct Frame {
     SourceView view() const { return {buffer.data(), rowBytes, depth, width, height}; }
 };
 
-// Random components: 8u every value, 16u mostly 0..32768 with the extremes, 32f mostly 0..1 with values
-// outside the range, infinities and NaN.
+// Random components: 8u every value, 16u mostly 0..32768 with the extremes (65535 too unless
+// `hostRange`), 32f mostly 0..1 with values outside the range, infinities and NaN.
 Frame RandomFrame(int depth, int width, int height, std::uint32_t rowBytes, std::size_t misalign,
-                  std::mt19937& rng);
+                  std::mt19937& rng, bool hostRange = false);
 
 // Every byte of `dst` (guards and row padding included) against canary-filled storage with the expected
 // rows written over it in order, as the kernels write them.

@@ -1,0 +1,281 @@
+// The three entry points: known values, path choice with its messages, matrix choice, formats and sizes.
+#include "converter/converter.h"
+#include "reference.h"
+#include "test_frames.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+
+namespace qvn_test {
+namespace {
+
+namespace cv = QVN::Converter::Video;
+
+using EntryPoint = std::int32_t (*)(const void*, std::uint32_t, std::uint32_t, void*, std::uint32_t,
+                                    std::int32_t, std::int32_t, std::uint32_t, std::uint32_t);
+constexpr EntryPoint kV210 = cv::v210::CreateFrom;
+constexpr EntryPoint kUyvy = cv::uyvy::CreateFrom;
+constexpr EntryPoint kR210 = cv::r210::CreateFrom;
+
+std::string Stderr(const std::function<void()>& f) {
+    ::testing::internal::CaptureStderr();
+    f();
+    return ::testing::internal::GetCapturedStderr();
+}
+
+// Converts one row of `width` copies of one pixel and returns the destination bytes.
+template <class T>
+std::vector<std::uint8_t> OneColour(EntryPoint entry, std::uint32_t format, T b, T g, T r, int width,
+                                    std::uint32_t path, std::uint32_t matrix = 0) {
+    Buffer src(static_cast<std::size_t>(width) * 4 * sizeof(T) + 64, 0);
+    for (int x = 0; x < width; ++x) {
+        const T px[4] = {b, g, r, T{}};
+        std::memcpy(src.data() + x * sizeof px, px, sizeof px);
+    }
+    Buffer dst(static_cast<std::size_t>(width + 24) * 4 + 64, 0);
+    std::memset(dst.data(), 0, dst.size());
+    EXPECT_EQ(entry(src.data(), RoundUp16(static_cast<std::size_t>(width) * 4 * sizeof(T)), format,
+                    dst.data(), static_cast<std::uint32_t>(dst.size()), width, 1, matrix, path),
+              0);
+    return {dst.data(), dst.data() + dst.size()};
+}
+
+// Y, Cb, Cr of pixel 0 of a v210 row.
+std::array<unsigned, 3> V210Pixel0(const std::vector<std::uint8_t>& d) {
+    std::uint32_t w;
+    std::memcpy(&w, d.data(), 4);
+    return {(w >> 10) & 1023, w & 1023, (w >> 20) & 1023};
+}
+
+// R, G, B of an r210 word.
+std::array<unsigned, 3> R210Pixel(const std::vector<std::uint8_t>& d, int x = 0) {
+    const std::uint32_t be = (std::uint32_t{d[4 * x]} << 24) | (std::uint32_t{d[4 * x + 1]} << 16) |
+                             (std::uint32_t{d[4 * x + 2]} << 8) | d[4 * x + 3];
+    EXPECT_EQ(be >> 30, 0u) << "the two top bits are zero";
+    return {(be >> 20) & 1023, (be >> 10) & 1023, be & 1023};
+}
+
+using Triple = std::array<unsigned, 3>;
+
+TEST(KnownValues, V210) {
+    const std::uint32_t f8 = cv::kPixelFormatBgra8u, f16 = cv::kPixelFormatBgra16u,
+                        f32 = cv::kPixelFormatBgra32f;
+    for (std::uint32_t path : {cv::kPathScalar}) {
+        EXPECT_EQ(V210Pixel0(OneColour<std::uint8_t>(kV210, f8, 255, 255, 255, 6, path)),
+                  (Triple{940, 512, 512}));
+        EXPECT_EQ(V210Pixel0(OneColour<std::uint8_t>(kV210, f8, 0, 0, 0, 6, path)), (Triple{64, 512, 512}));
+        EXPECT_EQ(V210Pixel0(OneColour<std::uint16_t>(kV210, f16, 32768, 32768, 32768, 6, path))[0], 943u);
+        EXPECT_EQ(V210Pixel0(OneColour<float>(kV210, f32, 1.0f, 1.0f, 1.0f, 6, path))[0], 943u);
+    }
+    for (std::uint32_t path : {cv::kPathScalar, cv::kPathVector}) {
+        EXPECT_EQ(OneColour<float>(kV210, f32, 1.5f, 0.25f, -0.2f, 30, path),
+                  OneColour<float>(kV210, f32, 1.0f, 0.25f, 0.0f, 30, path));
+        // Width 6, one colour: the first pixel is its own left neighbour, so the filter keeps the colour.
+        const auto row = OneColour<std::uint8_t>(kV210, f8, 30, 200, 90, 6, path);
+        std::uint32_t w[4];
+        std::memcpy(w, row.data(), 16);
+        const unsigned cb = w[0] & 1023, cr = w[0] >> 20;
+        EXPECT_EQ((w[1] >> 10) & 1023, cb);
+        EXPECT_EQ((w[2] >> 20) & 1023, cb);
+        EXPECT_EQ(w[2] & 1023, cr);
+        EXPECT_EQ((w[3] >> 10) & 1023, cr);
+        if (path == cv::kPathScalar) {
+            // R, G, B = 360, 800, 120 on the 10-bit scale through the standard-definition matrix.
+            EXPECT_EQ(cb, static_cast<unsigned>(-0.148f * 360.0 + -0.291f * 800.0 + 0.439f * 120.0 + 512.5));
+            EXPECT_EQ(cr, static_cast<unsigned>(0.439f * 360.0 + -0.368f * 800.0 + -0.071f * 120.0 + 512.5));
+        }
+    }
+}
+
+TEST(KnownValues, R210) {
+    const std::uint32_t f8 = cv::kPixelFormatBgra8u, f16 = cv::kPixelFormatBgra16u,
+                        f32 = cv::kPixelFormatBgra32f;
+    for (std::uint32_t path : {cv::kPathScalar, cv::kPathVector}) {
+        const auto black = OneColour<std::uint8_t>(kR210, f8, 0, 0, 0, 8, path);
+        EXPECT_EQ(std::vector<std::uint8_t>(black.begin(), black.begin() + 4),
+                  (std::vector<std::uint8_t>{0x04, 0x01, 0x00, 0x40}));
+        EXPECT_EQ(R210Pixel(OneColour<std::uint8_t>(kR210, f8, 255, 255, 255, 8, path)),
+                  (Triple{937, 937, 937}));
+        EXPECT_EQ(R210Pixel(OneColour<std::uint16_t>(kR210, f16, 32768, 16384, 0, 4, path)),
+                  (Triple{64, 502, 940}));
+        EXPECT_EQ(R210Pixel(OneColour<float>(kR210, f32, 1.0f, 0.5f, -1.0f, 4, path)),
+                  (Triple{64, 502, 940}));
+        EXPECT_EQ(R210Pixel(OneColour<float>(kR210, f32, 2.0f, 2.0f, 2.0f, 4, path)),
+                  (Triple{940, 940, 940}));
+        // R, G, B land in their own bits: 8u (B, G, R) = (0, 128, 255).
+        EXPECT_EQ(R210Pixel(OneColour<std::uint8_t>(kR210, f8, 0, 128, 255, 8, path)),
+                  (Triple{937, 502, 64}));
+    }
+    // 16u 19: the table rounds 0.51 up, the vector arithmetic truncates it.
+    EXPECT_EQ(R210Pixel(OneColour<std::uint16_t>(kR210, f16, 19, 19, 19, 4, cv::kPathScalar))[0], 65u);
+    EXPECT_EQ(R210Pixel(OneColour<std::uint16_t>(kR210, f16, 19, 19, 19, 4, cv::kPathVector))[0], 64u);
+}
+
+TEST(KnownValues, Uyvy) {
+    const auto black = OneColour<std::uint8_t>(kUyvy, cv::kPixelFormatBgra8u, 0, 0, 0, 2, cv::kPathScalar);
+    EXPECT_EQ(std::vector<std::uint8_t>(black.begin(), black.begin() + 4),
+              (std::vector<std::uint8_t>{0x80, 0x10, 0x80, 0x10}));
+    const auto white =
+        OneColour<std::uint8_t>(kUyvy, cv::kPixelFormatBgra8u, 255, 255, 255, 2, cv::kPathScalar);
+    EXPECT_EQ(std::vector<std::uint8_t>(white.begin(), white.begin() + 4),
+              (std::vector<std::uint8_t>{0x80, 0xEB, 0x80, 0xEB}));
+    const auto white16 =
+        OneColour<std::uint16_t>(kUyvy, cv::kPixelFormatBgra16u, 32768, 32768, 32768, 2, cv::kPathScalar);
+    EXPECT_EQ(white16[1], 0xEB);
+}
+
+TEST(MatrixChoice, WidthPicksTheMatrixUnlessForced) {
+    const std::uint32_t f8 = cv::kPixelFormatBgra8u;
+    for (EntryPoint entry : {kV210, kUyvy}) {
+        for (std::uint32_t path : {cv::kPathScalar, cv::kPathVector}) {
+            const auto sd720 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 720, path, 1);
+            const auto hd720 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 720, path, 2);
+            ASSERT_NE(sd720, hd720);
+            EXPECT_EQ(OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 720, path, 0), sd720);
+            const auto sd721 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 721, path, 1);
+            const auto hd721 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 721, path, 2);
+            EXPECT_EQ(OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 721, path, 0), hd721);
+            EXPECT_NE(sd721, hd721);
+        }
+    }
+}
+
+std::string FallbackLine(const char* converter, const char* format, const void* src,
+                         std::uint32_t srcRowBytes, const void* dst, std::uint32_t dstRowBytes) {
+    char line[512];
+    std::snprintf(
+        line, sizeof line,
+        "QVN::Converter::Video::%s::CreateFrom: Reverting to scalar code for conversion from %s to '%s': "
+        "srcPtr %p srcRowBytes 0x%x dstPtr %p dstRowBytes 0x%x\n",
+        converter, format, converter, src, srcRowBytes, dst, dstRowBytes);
+    return line;
+}
+
+struct Outcome {
+    std::int32_t result;
+    std::string messages;
+    std::vector<std::uint8_t> output;
+};
+
+// Converts a random 41x3 frame (41 leaves a partial group and block, so the paths' extents differ too), with
+// the source and destination shifted by the given byte counts.
+Outcome Convert(EntryPoint entry, int depth, std::uint32_t format, std::size_t srcShift,
+                std::uint32_t srcExtra, std::size_t dstShift, std::uint32_t dstExtra, std::uint32_t path,
+                int width = 41, int height = 3) {
+    std::mt19937 rng(7);
+    const std::uint32_t srcRowBytes = 48 * 16 + srcExtra;
+    const std::uint32_t dstRowBytes = 256 + dstExtra;
+    const Frame src = RandomFrame(depth, 48, 3, srcRowBytes, srcShift, rng);
+    Buffer dst(static_cast<std::size_t>(dstRowBytes) * 3, dstShift);
+    Outcome run;
+    run.messages = Stderr([&] {
+        run.result =
+            entry(src.buffer.data(), srcRowBytes, format, dst.data(), dstRowBytes, width, height, 0, path);
+    });
+    run.output.assign(dst.storage().begin() + static_cast<std::ptrdiff_t>(dst.offset()),
+                      dst.storage().begin() + static_cast<std::ptrdiff_t>(dst.offset() + dst.size()));
+    return run;
+}
+
+TEST(PathChoice, AlignmentDecidesThePathAndTheMessage) {
+    const char* names[] = {"PrPixelFormat_BGRA_4444_8u", "PrPixelFormat_BGRA_4444_16u",
+                           "PrPixelFormat_BGRA_4444_32f"};
+    const struct {
+        EntryPoint entry;
+        const char* name;
+    } converters[] = {{kV210, "v210"}, {kUyvy, "uyvy"}, {kR210, "r210"}};
+    for (const auto& c : converters) {
+        for (int depth = 0; depth < 3; ++depth) {
+            SCOPED_TRACE(std::string(c.name) + " " + names[depth]);
+            const std::uint32_t format = kFormats[depth];
+            const Outcome scalar = Convert(c.entry, depth, format, 0, 0, 0, 0, cv::kPathScalar);
+            const Outcome vector = Convert(c.entry, depth, format, 0, 0, 0, 0, cv::kPathVector);
+            ASSERT_NE(scalar.output, vector.output) << "the two paths are told apart by their results";
+            EXPECT_EQ(scalar.messages + vector.messages, "");
+
+            const Outcome aligned = Convert(c.entry, depth, format, 0, 0, 0, 0, cv::kPathAuto);
+            EXPECT_EQ(aligned.messages, "");
+            EXPECT_EQ(aligned.output, vector.output);
+
+            // Aligned destination address, row bytes not a multiple of 16: scalar, one line.
+            const Outcome oddRows = Convert(c.entry, depth, format, 0, 0, 0, 8, cv::kPathAuto);
+            EXPECT_EQ(oddRows.result, 0);
+            EXPECT_EQ(std::count(oddRows.messages.begin(), oddRows.messages.end(), '\n'), 1);
+            EXPECT_NE(oddRows.messages.find(std::string("Reverting to scalar code for conversion from ") +
+                                            names[depth] + " to '" + c.name + "'"),
+                      std::string::npos)
+                << oddRows.messages;
+            EXPECT_NE(oddRows.messages.find("dstRowBytes 0x108\n"), std::string::npos) << oddRows.messages;
+            const Outcome oddRowsScalar = Convert(c.entry, depth, format, 0, 0, 0, 8, cv::kPathScalar);
+            EXPECT_EQ(oddRows.output, oddRowsScalar.output);
+
+            // Source at an odd address, destination aligned: a vector kernel without a message for 8u (and
+            // 16u into r210); otherwise the scalar path with a message.
+            const Outcome oddSource = Convert(c.entry, depth, format, 1, 0, 0, 0, cv::kPathAuto);
+            const Outcome oddSourceVector = Convert(c.entry, depth, format, 1, 0, 0, 0, cv::kPathVector);
+            const Outcome oddSourceScalar = Convert(c.entry, depth, format, 1, 0, 0, 0, cv::kPathScalar);
+            const bool vectorExpected = depth == 0 || (c.entry == kR210 && depth == 1);
+            EXPECT_EQ(oddSource.messages.empty(), vectorExpected) << oddSource.messages;
+            EXPECT_EQ(oddSource.output, vectorExpected ? oddSourceVector.output : oddSourceScalar.output);
+        }
+    }
+}
+
+TEST(PathChoice, FallbackLineIsExact) {
+    std::mt19937 rng(3);
+    const Frame src = RandomFrame(k16u, 16, 2, 16 * 8 + 4, 2, rng);
+    Buffer dst(1024, 0);
+    for (const char* name : {"v210", "uyvy", "r210"}) {
+        const EntryPoint entry = name[0] == 'v' ? kV210 : name[0] == 'u' ? kUyvy : kR210;
+        const std::string messages = Stderr([&] {
+            EXPECT_EQ(entry(src.buffer.data(), 16 * 8 + 4, cv::kPixelFormatBgra32f, dst.data(), 256, 16, 2, 0,
+                            cv::kPathAuto),
+                      0);
+        });
+        EXPECT_EQ(messages, FallbackLine(name, "PrPixelFormat_BGRA_4444_32f", src.buffer.data(), 16 * 8 + 4,
+                                         dst.data(), 256));
+    }
+}
+
+TEST(PathChoice, UnsupportedFormatsAndEmptyFramesLeaveTheDestination) {
+    const std::vector<std::uint8_t> untouched(256 * 3, kCanary);
+    const std::uint32_t capitals = 0x41524742; // "BGRA"
+    for (EntryPoint entry : {kV210, kUyvy}) {
+        const Outcome aligned = Convert(entry, k8u, capitals, 0, 0, 0, 0, cv::kPathAuto);
+        EXPECT_EQ(aligned.result, 22);
+        EXPECT_EQ(aligned.messages, "Unsupported pixel format\n");
+        EXPECT_EQ(aligned.output, untouched);
+        const Outcome unaligned = Convert(entry, k8u, capitals, 4, 0, 0, 0, cv::kPathAuto);
+        EXPECT_EQ(unaligned.result, 22);
+        EXPECT_EQ(unaligned.messages.rfind("QVN::Converter::Video::", 0), 0u) << unaligned.messages;
+        EXPECT_NE(unaligned.messages.find("from <unknown> to"), std::string::npos) << unaligned.messages;
+        EXPECT_EQ(unaligned.messages.substr(unaligned.messages.size() - 26), "\nUnsupported pixel format\n");
+        EXPECT_EQ(unaligned.output, untouched);
+    }
+    const Outcome r210 = Convert(kR210, k8u, capitals, 0, 0, 0, 0, cv::kPathAuto);
+    EXPECT_EQ(r210.result, 22);
+    EXPECT_EQ(r210.messages, "*** QVN::Converter::Video::r210::Init[341]: Unsupported pixel format\n"
+                             "*** QVN::Converter::Video::r210::CreateFrom[207]: Init failed\n");
+    EXPECT_EQ(r210.output, untouched);
+
+    for (EntryPoint entry : {kV210, kUyvy, kR210}) {
+        for (std::uint32_t path : {cv::kPathAuto, cv::kPathScalar, cv::kPathVector}) {
+            for (const auto& [w, h] :
+                 {std::pair{0, 3}, std::pair{-5, 3}, std::pair{40, 0}, std::pair{40, -1}}) {
+                const Outcome empty = Convert(entry, k32f, cv::kPixelFormatBgra32f, 0, 0, 0, 0, path, w, h);
+                EXPECT_EQ(empty.result, 0);
+                EXPECT_EQ(empty.messages, "");
+                EXPECT_EQ(empty.output, untouched);
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace qvn_test

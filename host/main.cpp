@@ -12,6 +12,9 @@
 #ifdef QVNHOST_HAS_INSPECT
 #include "host/inspect_command.h"
 #endif
+#ifdef QVNHOST_HAS_PARAMS
+#include "host/params_command.h"
+#endif
 
 namespace {
 
@@ -24,6 +27,10 @@ void PrintUsage(std::FILE* out) {
 #endif
 #ifdef QVNHOST_HAS_INSPECT
                "  inspect FILE [--json]  print an AVI file's structure and check its indexes\n"
+#endif
+#ifdef QVNHOST_HAS_PARAMS
+               "  params [--module PATH] [--codec C] [--set ID=VALUE ...]\n"
+               "                         show the export settings dialog after the given choices\n"
 #endif
                "  help                   this text\n",
                out);
@@ -44,6 +51,10 @@ int main(int argc, char** argv) {
 #ifdef QVNHOST_HAS_INSPECT
     if (command == "inspect")
         return QvnInspectCommand(argc - 1, argv + 1);
+#endif
+#ifdef QVNHOST_HAS_PARAMS
+    if (command == "params")
+        return QvnParamsCommand(argc - 1, argv + 1);
 #endif
     if (command == "help" || command == "--help" || command == "-h")
         return PrintUsage(stdout), 0;

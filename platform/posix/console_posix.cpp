@@ -26,16 +26,22 @@ void InstallInterruptHandler() {
     sigaction(SIGINT, &action, nullptr);
 }
 
-bool InterruptRequested() { return gInterrupted.load(); }
+bool InterruptRequested() {
+    return gInterrupted.load();
+}
 
 void ResetInterrupt() {
     gInterrupted.store(false);
     InstallInterruptHandler();
 }
 
-void RaiseInterrupt() { std::raise(SIGINT); }
+void RaiseInterrupt() {
+    std::raise(SIGINT);
+}
 
-bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+bool StandardErrorIsTerminal() {
+    return isatty(STDERR_FILENO) == 1;
+}
 
 void SetStandardInputBinary() {}
 

@@ -29,17 +29,25 @@ void InstallInterruptHandler() {
         gInstalled = SetConsoleCtrlHandler(OnConsoleEvent, TRUE) != 0;
 }
 
-bool InterruptRequested() { return gInterrupted.load(); }
+bool InterruptRequested() {
+    return gInterrupted.load();
+}
 
 void ResetInterrupt() {
     gInterrupted.store(false);
     InstallInterruptHandler();
 }
 
-void RaiseInterrupt() { OnConsoleEvent(CTRL_C_EVENT); }
+void RaiseInterrupt() {
+    OnConsoleEvent(CTRL_C_EVENT);
+}
 
-bool StandardErrorIsTerminal() { return _isatty(_fileno(stderr)) != 0; }
+bool StandardErrorIsTerminal() {
+    return _isatty(_fileno(stderr)) != 0;
+}
 
-void SetStandardInputBinary() { _setmode(_fileno(stdin), _O_BINARY); }
+void SetStandardInputBinary() {
+    _setmode(_fileno(stdin), _O_BINARY);
+}
 
 } // namespace QVN

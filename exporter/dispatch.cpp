@@ -78,7 +78,7 @@ prsdk::int32 Dispatch(prsdk::int32 selector, prsdk::exportStdParms* stdParms, vo
     case prsdk::exSelParamButton:
         return prsdk::exportReturn_ErrNone; // the exporter has no buttons
     case prsdk::exSelExport:
-        return DoExport(*InstanceOf(param1), static_cast<prsdk::exDoExportRec*>(param1));
+        return DoExport(*InstanceOf(param1), stdParms, static_cast<prsdk::exDoExportRec*>(param1));
     case prsdk::exSelQueryExportFileExtension:
         return QueryExportFileExtension(static_cast<prsdk::exQueryExportFileExtensionRec*>(param1));
     case prsdk::exSelQueryOutputSettings:

@@ -19,7 +19,7 @@ prsdk::int32 GetParamSummary(PremiereExporter& exporter, prsdk::exParamSummaryRe
 prsdk::int32 QueryOutputSettings(PremiereExporter& exporter, prsdk::exQueryOutputSettingsRec* rec);
 
 // The export run.
-prsdk::int32 DoExport(PremiereExporter& exporter, prsdk::exDoExportRec* rec);
+prsdk::int32 DoExport(PremiereExporter& exporter, prsdk::exportStdParms* stdParms, prsdk::exDoExportRec* rec);
 
 // The whole dispatch, without the catch-all of the exported entry point.
 prsdk::int32 Dispatch(prsdk::int32 selector, prsdk::exportStdParms* stdParms, void* param1);

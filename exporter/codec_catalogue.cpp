@@ -62,7 +62,7 @@ constexpr CodecInfo Dvcpro(const char (&code)[5], const char* name, std::uint32_
             .writtenFourCC = written,
             .writtenFrameBytes = bytes,
             .writtenBitCount = 16,
-            .alternatingFieldPhase = code[2] == '7', // the 720p variants
+            .alternatingFieldPhase = code[3] == '7', // the 720p variants, "dvn7" and "dvp7"
             .hostFormats = k8BitFormat,
             .limits = limits};
 }

@@ -3,11 +3,13 @@
 #include "converter/converter.h"
 #include "converter/cpu_features.h"
 #include "converter/kernels.h"
+#include "guarded_buffer.h"
 #include "reference.h"
 #include "test_frames.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 #include <string>
 
@@ -184,6 +186,40 @@ TEST_F(KernelTest, Avx2KernelsWriteExactlyWhatSse2Writes) {
                     ASSERT_EQ(Window(sse2), Window(avx2))
                         << kCodecNames[static_cast<int>(c)] << " " << kDepthNames[depth] << " width " << width
                         << " variant " << variant;
+                }
+            }
+        }
+    }
+}
+
+// Sources whose last pixel and destinations whose last written byte touch a guard page: no kernel reads
+// past a row's last pixel (the last group or block repeats it) or writes past the frame's last row.
+TEST_F(KernelTest, NothingIsReadOrWrittenPastTheFrame) {
+    const bool avx2 = detail::CpuHasAvx2();
+    for (Codec c : kCodecs) {
+        for (int depth = 0; depth < 3; ++depth) {
+            for (int width : {1, 4, 5, 7, 20, 23, 25, 28, 44, 47, 49, 100, 724}) {
+                const int height = 2;
+                const std::uint32_t srcRowBytes = RoundUp16(width * kPixelBytes[depth]);
+                const std::size_t srcBytes = srcRowBytes + width * kPixelBytes[depth];
+                // path 0 scalar, 1 SSE2 aligned, 2 SSE2 unaligned, 3 AVX2 aligned, 4 AVX2 unaligned
+                for (int path = 0; path < (avx2 ? 5 : 3); ++path) {
+                    const bool vectorPath = path != 0;
+                    const bool aligned = path == 1 || path == 3;
+                    std::uint32_t dstRowBytes =
+                        static_cast<std::uint32_t>(Extent(c, width, depth, vectorPath));
+                    if (aligned) {
+                        dstRowBytes = RoundUp16(dstRowBytes);
+                    }
+                    const std::size_t lastRow = c == Codec::kUyvy ? UyvyRowExtent(width, vectorPath, true)
+                                                                  : Extent(c, width, depth, vectorPath);
+                    GuardedBuffer src(srcBytes, aligned), dst(dstRowBytes + lastRow, aligned);
+                    std::memset(src.data(), 0x3C, srcBytes);
+                    const Kernel k = vectorPath
+                                         ? VectorKernel(c, path >= 3, depth, aligned, aligned, kSdMatrix)
+                                         : ScalarKernel(c, depth, kSdMatrix);
+                    k(src.data(), srcRowBytes, dst.data(), dstRowBytes, width, height);
+                    SUCCEED();
                 }
             }
         }

@@ -1,0 +1,135 @@
+// qvnhost convert: the frames it writes are the entry points' output; bad input exits 2.
+#include "converter/converter.h"
+#include "host/convert_command.h"
+#include "test_frames.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace qvn_test {
+namespace {
+
+namespace cv = QVN::Converter::Video;
+namespace fs = std::filesystem;
+
+int Command(std::vector<std::string> args) {
+    args.insert(args.begin(), "convert");
+    std::vector<char*> argv;
+    for (auto& a : args) {
+        argv.push_back(a.data());
+    }
+    ::testing::internal::CaptureStderr();
+    const int status = QvnConvertCommand(static_cast<int>(argv.size()), argv.data());
+    const std::string messages = ::testing::internal::GetCapturedStderr();
+    if (status == 2) {
+        EXPECT_NE(messages.find("qvnhost: convert: "), std::string::npos) << messages;
+    }
+    return status;
+}
+
+std::vector<std::uint8_t> ReadAll(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+class ConvertCommand : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ =
+            fs::temp_directory_path() /
+            ("qvn_convert_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+    std::string Path(const char* name) const { return (dir_ / name).string(); }
+    fs::path dir_;
+};
+
+TEST_F(ConvertCommand, FramesMatchTheEntryPoints) {
+    // Two 16u frames, 100x6, rows padded to 808 bytes.
+    const int width = 100, height = 6, frames = 2;
+    const std::uint32_t srcRowBytes = 808;
+    std::mt19937 rng(5);
+    std::vector<Frame> src;
+    std::ofstream in(Path("in.raw"), std::ios::binary);
+    for (int f = 0; f < frames; ++f) {
+        src.push_back(RandomFrame(k16u, width, height, srcRowBytes, 0, rng, true));
+        in.write(reinterpret_cast<const char*>(src.back().buffer.data()), srcRowBytes * height);
+    }
+    in.close();
+    const struct {
+        const char* codec;
+        std::uint32_t rowBytes; // the decoders' stride for this width
+        std::int32_t (*entry)(const void*, std::uint32_t, std::uint32_t, void*, std::uint32_t, std::int32_t,
+                              std::int32_t, std::uint32_t, std::uint32_t);
+    } codecs[] = {{"v210", 384, cv::v210::CreateFrom},
+                  {"r210", 512, cv::r210::CreateFrom},
+                  {"uyvy", 200, cv::uyvy::CreateFrom}};
+    for (const auto& c : codecs) {
+        for (const char* path : {"scalar", "vector"}) {
+            ASSERT_EQ(
+                Command({"--codec", c.codec, "--from", "Bgra", "--size", "100x6", "--src-row-bytes", "808",
+                         "--path", path, "--matrix", "2", "--in", Path("in.raw"), "--out", Path("out.raw")}),
+                0);
+            std::vector<std::uint8_t> expected;
+            for (const Frame& f : src) {
+                Buffer dst(static_cast<std::size_t>(c.rowBytes) * height + 64, 0);
+                std::memset(dst.data(), 0, dst.size());
+                ASSERT_EQ(c.entry(f.buffer.data(), srcRowBytes, cv::kPixelFormatBgra16u, dst.data(),
+                                  c.rowBytes, width, height, 2,
+                                  path[0] == 's' ? cv::kPathScalar : cv::kPathVector),
+                          0);
+                expected.insert(expected.end(), dst.data(), dst.data() + c.rowBytes * height);
+            }
+            EXPECT_EQ(ReadAll(Path("out.raw")), expected) << c.codec << " " << path;
+        }
+    }
+}
+
+TEST_F(ConvertCommand, BadInputExitsWithTwo) {
+    std::ofstream(Path("in.raw"), std::ios::binary) << std::string(4 * 8 * 8 + 5, 'x');
+    const std::vector<std::string> good = {"--codec", "uyvy", "--from",       "bgra",  "--size",
+                                           "8x8",     "--in", Path("in.raw"), "--out", Path("out.raw")};
+    const auto with = [&](std::size_t index, const std::string& value) {
+        auto args = good;
+        args[index] = value;
+        return args;
+    };
+    EXPECT_EQ(Command(good), 2) << "a trailing partial frame is short input";
+    EXPECT_EQ(Command(with(1, "v211")), 2);
+    EXPECT_EQ(Command(with(3, "rgba")), 2);
+    for (const char* size : {"0x8", "8", "8x", "x8", "-8x8", "8x8x", "axb", "20000x8"}) {
+        EXPECT_EQ(Command(with(5, size)), 2) << size;
+    }
+    EXPECT_EQ(Command(with(7, Path("missing.raw"))), 2);
+    auto frames = good;
+    frames.insert(frames.end(), {"--frames", "1"});
+    EXPECT_EQ(Command(frames), 0) << "one whole frame is there";
+    frames.back() = "2";
+    EXPECT_EQ(Command(frames), 2) << "two are not";
+    auto args = good;
+    args.insert(args.end(), {"--src-row-bytes", "31"});
+    EXPECT_EQ(Command(args), 2);
+    args = good;
+    args.insert(args.end(), {"--dst-row-bytes", "15"});
+    EXPECT_EQ(Command(args), 2);
+    args = good;
+    args.insert(args.end(), {"--path", "fast"});
+    EXPECT_EQ(Command(args), 2);
+    args = good;
+    args.insert(args.end(), {"--matrix", "3"});
+    EXPECT_EQ(Command(args), 2);
+    args = good;
+    args.push_back("--bogus");
+    EXPECT_EQ(Command(args), 2);
+    EXPECT_EQ(Command({"--codec", "v210"}), 2);
+}
+
+} // namespace
+} // namespace qvn_test

@@ -1,0 +1,196 @@
+// The host's parameter store as the Export Param Suite presents it to a module.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "host/instance_suites.h"
+#include "host/param_store.h"
+
+namespace {
+
+using prsdk::exOneParamValueRec;
+using prsdk::exParamValues;
+
+constexpr prsdk::uint32 kPlugin = 3;
+const prsdk::prUTF16Char kName[] = {'N', 'a', 'm', 'e', 0};
+
+class ParamSuite : public testing::Test {
+protected:
+    void SetUp() override {
+        qvnhost::ParamStore::Instance().Reset();
+        ASSERT_EQ(s->AddMultiGroup(kPlugin, &mg), 0);
+        ASSERT_EQ(mg, 0);
+    }
+    prsdk::prSuiteError AddInt(const char* group, const char* id, prsdk::int32 value, prsdk::int32 min = 0,
+                               prsdk::int32 max = 0) {
+        prsdk::exNewParamInfo info;
+        std::memset(&info, 0, sizeof info);
+        info.structVersion = 1;
+        std::strcpy(info.identifier, id);
+        info.name[0] = 'W';
+        info.paramType = prsdk::exParamType_int;
+        info.paramValues.value.intValue = value;
+        info.paramValues.rangeMin.intValue = min;
+        info.paramValues.rangeMax.intValue = max;
+        return s->AddParam(kPlugin, mg, group, &info);
+    }
+    prsdk::prSuiteError Group(const char* parent, const char* id, bool hidden = false,
+                              bool disabled = false) {
+        return s->AddParamGroup(kPlugin, mg, parent, id, kName, hidden, disabled, 0);
+    }
+    exParamValues Get(const char* id) {
+        exParamValues v{};
+        EXPECT_EQ(s->GetParamValue(kPlugin, mg, id, &v), 0) << id;
+        return v;
+    }
+
+    const prsdk::ExportParamSuite* s = qvnhost::ExportParamSuiteTable();
+    prsdk::int32 mg = -1;
+};
+
+TEST_F(ParamSuite, TreeOfGroupsAndParamsWithErrorsForWhatDoesNotExist) {
+    const auto bad = prsdk::suiteError_InvalidParms;
+    const auto wrongKind = prsdk::suiteError_InvalidCall;
+    EXPECT_EQ(Group("ADBETopParamGroup", "Tab", true, true), 0);
+    EXPECT_EQ(Group("Tab", "Inner"), 0);
+    EXPECT_EQ(AddInt("Inner", "Width", 1920, 16, 4096), 0);
+    EXPECT_EQ(Group("NoParent", "Other"), bad);
+    EXPECT_EQ(Group("Tab", "Inner"), bad) << "duplicate group";
+    EXPECT_EQ(AddInt("Inner", "Width", 1), bad) << "duplicate parameter";
+    EXPECT_EQ(AddInt("Missing", "X", 1), bad);
+    EXPECT_EQ(AddInt("Width", "X", 1), wrongKind) << "a parameter is no group";
+    EXPECT_EQ(s->AddParam(kPlugin, 1, "Inner", nullptr), bad);
+
+    const auto snapshot = qvnhost::ParamStore::Instance().Snapshot(kPlugin);
+    ASSERT_EQ(snapshot.size(), 1u);
+    const auto& entries = snapshot[0].entries;
+    ASSERT_EQ(entries.size(), 4u);
+    EXPECT_EQ(entries[1].identifier, "Tab");
+    EXPECT_TRUE(entries[1].values.hidden && entries[1].values.disabled);
+    EXPECT_EQ(entries[2].parent, "Tab");
+    EXPECT_EQ(entries[3].parent, "Inner");
+    EXPECT_EQ(entries[3].name, u"W");
+
+    prsdk::exParamType type = prsdk::exParamType_undefined;
+    EXPECT_EQ(s->GetParamType(kPlugin, mg, "Tab", &type), 0);
+    EXPECT_EQ(type, prsdk::exParamType_group);
+    EXPECT_EQ(s->GetParamType(kPlugin, mg, "Width", &type), 0);
+    EXPECT_EQ(type, prsdk::exParamType_int);
+
+    exParamValues v{};
+    EXPECT_EQ(s->GetParamValue(kPlugin, mg, "Nope", &v), bad);
+    EXPECT_EQ(s->GetParamValue(kPlugin, mg, "Tab", &v), wrongKind);
+    EXPECT_EQ(s->GetParamValue(kPlugin, 1, "Width", &v), bad) << "no such multigroup";
+    EXPECT_EQ(s->GetParamValue(kPlugin + 1, mg, "Width", &v), bad) << "another instance's parameters";
+    EXPECT_EQ(s->ChangeParam(kPlugin, mg, "Nope", &v), bad);
+    EXPECT_EQ(s->SetParamName(kPlugin, mg, "Nope", kName), bad);
+    EXPECT_EQ(s->ClearConstrainedValues(kPlugin, mg, "Nope"), bad);
+    EXPECT_EQ(s->ClearParamGroupChildren(kPlugin, mg, "Width"), wrongKind);
+
+    // Names can be set on groups and parameters alike.
+    EXPECT_EQ(s->SetParamName(kPlugin, mg, "Tab", kName), 0);
+    EXPECT_EQ(s->SetParamName(kPlugin, mg, "Width", kName), 0);
+    EXPECT_EQ(qvnhost::ParamStore::Instance().Snapshot(kPlugin)[0].entries[3].name, u"Name");
+}
+
+TEST_F(ParamSuite, ChangeStoresWhatItIsGivenAndGetAnswersIt) {
+    ASSERT_EQ(AddInt("ADBETopParamGroup", "Width", 1920, 16, 4096), 0);
+    exParamValues v = Get("Width");
+    EXPECT_EQ(v.value.intValue, 1920);
+    EXPECT_EQ(v.rangeMin.intValue, 16);
+    EXPECT_EQ(v.rangeMax.intValue, 4096);
+    EXPECT_EQ(v.disabled, 0);
+
+    // Out of range and disabled: the store keeps it as the module says, as Premiere does.
+    v.value.intValue = 99999;
+    v.disabled = 1;
+    v.hidden = 1;
+    ASSERT_EQ(s->ChangeParam(kPlugin, mg, "Width", &v), 0);
+    const exParamValues after = Get("Width");
+    EXPECT_EQ(after.value.intValue, 99999);
+    EXPECT_EQ(after.disabled, 1);
+    EXPECT_EQ(after.hidden, 1);
+    EXPECT_EQ(after.rangeMax.intValue, 4096);
+
+    // A second multigroup and a second instance are separate stores.
+    prsdk::int32 second = -1;
+    ASSERT_EQ(s->AddMultiGroup(kPlugin, &second), 0);
+    EXPECT_EQ(second, 1);
+    prsdk::int32 count = 0;
+    EXPECT_EQ(s->CountMultiGroups(kPlugin, &count), 0);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(s->CountMultiGroups(kPlugin + 1, &count), 0);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(s->GetParamValue(kPlugin, second, "Width", &v), prsdk::suiteError_InvalidParms);
+
+    prsdk::int32 version = -1;
+    EXPECT_EQ(s->SetParamsVersion(kPlugin, 4), 0);
+    EXPECT_EQ(s->GetParamsVersion(kPlugin, &version), 0);
+    EXPECT_EQ(version, 4);
+
+    const unsigned char blob[3] = {1, 2, 3};
+    unsigned char back[8] = {};
+    prsdk::int32 size = 0;
+    EXPECT_EQ(s->SetArbData(kPlugin, mg, "Width", 3, blob), 0);
+    EXPECT_EQ(s->GetArbData(kPlugin, mg, "Width", &size, nullptr), 0);
+    EXPECT_EQ(size, 3);
+    size = 2;
+    EXPECT_EQ(s->GetArbData(kPlugin, mg, "Width", &size, back), prsdk::suiteError_InvalidParms)
+        << "too small";
+    size = 8;
+    EXPECT_EQ(s->GetArbData(kPlugin, mg, "Width", &size, back), 0);
+    EXPECT_EQ(size, 3);
+    EXPECT_EQ(std::memcmp(back, blob, 3), 0);
+    EXPECT_EQ(Get("Width").arbDataSize, 3);
+}
+
+TEST_F(ParamSuite, ConstrainedValuesInOrderWithNames) {
+    ASSERT_EQ(AddInt("ADBETopParamGroup", "Field", 0), 0);
+    const prsdk::prUTF16Char upper[] = {'U', 'p', 0};
+    exOneParamValueRec one{};
+    one.intValue = 1;
+    exOneParamValueRec two{};
+    two.intValue = 2;
+    ASSERT_EQ(s->AddConstrainedValuePair(kPlugin, mg, "Field", &one, upper), 0);
+    ASSERT_EQ(s->AddConstrainedValuePair(kPlugin, mg, "Field", &two, kName), 0);
+
+    prsdk::int32 count = 0;
+    EXPECT_EQ(s->GetConstrainedValueCount(kPlugin, mg, "Field", &count), 0);
+    EXPECT_EQ(count, 2);
+    exOneParamValueRec got{};
+    prsdk::prUTF16Char name[256];
+    EXPECT_EQ(s->GetConstrainedValue(kPlugin, mg, "Field", 1, &got, name), 0);
+    EXPECT_EQ(got.intValue, 2);
+    EXPECT_EQ(qvnhost::HostString(name), u"Name");
+    EXPECT_EQ(s->GetConstrainedValueDisplayName(kPlugin, mg, "Field", 0, name), 0);
+    EXPECT_EQ(qvnhost::HostString(name), u"Up");
+    EXPECT_EQ(s->GetConstrainedValue(kPlugin, mg, "Field", 2, &got, name), prsdk::suiteError_InvalidParms);
+    EXPECT_EQ(s->GetConstrainedValue(kPlugin, mg, "Field", -1, &got, name), prsdk::suiteError_InvalidParms);
+
+    EXPECT_EQ(s->ClearConstrainedValues(kPlugin, mg, "Field"), 0);
+    EXPECT_EQ(s->GetConstrainedValueCount(kPlugin, mg, "Field", &count), 0);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(s->SetConstrainedListIsOptional(kPlugin, mg, "Field", 1), 0);
+    EXPECT_TRUE(qvnhost::ParamStore::Instance().Snapshot(kPlugin)[0].entries[1].choicesOptional);
+}
+
+TEST_F(ParamSuite, ClearingAGroupRemovesEveryDescendantAndNothingElse) {
+    ASSERT_EQ(Group("ADBETopParamGroup", "Video"), 0);
+    ASSERT_EQ(Group("Video", "Basic"), 0);
+    ASSERT_EQ(AddInt("Basic", "Width", 1), 0);
+    ASSERT_EQ(AddInt("Video", "Codec", 1), 0);
+    ASSERT_EQ(Group("ADBETopParamGroup", "Audio"), 0);
+    ASSERT_EQ(AddInt("Audio", "Rate", 1), 0);
+
+    ASSERT_EQ(s->ClearParamGroupChildren(kPlugin, mg, "Video"), 0);
+    std::vector<std::string> left;
+    const auto snapshot = qvnhost::ParamStore::Instance().Snapshot(kPlugin);
+    for (const auto& p : snapshot[0].entries)
+        left.push_back(p.identifier);
+    EXPECT_EQ(left, (std::vector<std::string>{"ADBETopParamGroup", "Video", "Audio", "Rate"}));
+    // The identifiers are free again.
+    EXPECT_EQ(AddInt("Video", "Width", 2), 0);
+}
+
+} // namespace

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "host/ppix_suites.h"
 #include "host/suite_broker.h"
 #include "platform/text_encoding.h"
 
@@ -172,21 +173,6 @@ void* GetMainWindow() { return nullptr; }
 void UpdateAllWindows() {}
 const prsdk::WindowSuite kWindowSuite = {GetMainWindow, UpdateAllWindows};
 
-// --- PPix Suite: frames arrive with the render suites; until then every call is refused. ---
-prSuiteError PPixDispose(prsdk::PPixHand) { return prsdk::suiteError_NotImplemented; }
-prSuiteError PPixGetPixels(prsdk::PPixHand, prsdk::int32, char**) { return prsdk::suiteError_NotImplemented; }
-prSuiteError PPixGetBounds(prsdk::PPixHand, prsdk::prRect*) { return prsdk::suiteError_NotImplemented; }
-prSuiteError PPixGetRowBytes(prsdk::PPixHand, prsdk::csSDK_int32*) { return prsdk::suiteError_NotImplemented; }
-prSuiteError PPixGetAspect(prsdk::PPixHand, prsdk::csSDK_uint32*, prsdk::csSDK_uint32*) {
-    return prsdk::suiteError_NotImplemented;
-}
-prSuiteError PPixGetFormat(prsdk::PPixHand, prsdk::PrPixelFormat*) { return prsdk::suiteError_NotImplemented; }
-prSuiteError PPixGetKey(prsdk::PPixHand, unsigned char*, std::size_t) { return prsdk::suiteError_NotImplemented; }
-prSuiteError PPixGetKeySize(std::size_t*) { return prsdk::suiteError_NotImplemented; }
-prSuiteError PPixGetRenderTime(prsdk::PPixHand, prsdk::csSDK_int32*) { return prsdk::suiteError_NotImplemented; }
-const prsdk::PPixSuite kPPixSuite = {PPixDispose,   PPixGetPixels, PPixGetBounds, PPixGetRowBytes, PPixGetAspect,
-                                     PPixGetFormat, PPixGetKey,    PPixGetKeySize, PPixGetRenderTime};
-
 } // namespace
 
 SequenceInfo& CurrentSequence() { return gSequence; }
@@ -196,7 +182,7 @@ void RegisterInstanceSuites() {
     broker.Register(prsdk::kExportParamSuite, prsdk::kExportParamSuiteVersion, ExportParamSuiteTable());
     broker.Register(prsdk::kExportFileSuite, prsdk::kExportFileSuiteVersion, &kFileSuite);
     broker.Register(prsdk::kExportInfoSuite, prsdk::kExportInfoSuiteVersion, &kInfoSuite);
-    broker.Register(prsdk::kPPixSuite, prsdk::kPPixSuiteVersion, &kPPixSuite);
+    broker.Register(prsdk::kPPixSuite, prsdk::kPPixSuiteVersion, PPixSuiteTable());
     broker.Register(prsdk::kTimeSuite, prsdk::kTimeSuiteVersion, &kTimeSuite);
     broker.Register(prsdk::kMemoryManagerSuite, prsdk::kMemoryManagerSuiteVersion, &kMemorySuite);
     broker.Register(prsdk::kWindowSuite, prsdk::kWindowSuiteVersion, &kWindowSuite);

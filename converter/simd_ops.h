@@ -92,6 +92,10 @@ struct Sse2Ops {
     template <int imm> static I Shuffle16LoHi(I a) {
         return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, imm), imm);
     }
+    // Two 32-bit lanes of a, then two of b, chosen by imm (shufps).
+    template <int imm> static I Shuffle32Pair(I a, I b) {
+        return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), imm));
+    }
 
     // maxps returns its second operand when either is NaN, so NaN becomes 0.0 here.
     static F ClampUnit(F a) { return _mm_min_ps(_mm_max_ps(a, _mm_setzero_ps()), _mm_set1_ps(1.0f)); }
@@ -170,6 +174,9 @@ struct Avx2Ops {
     static I Unpackhi64(I a, I b) { return _mm256_unpackhi_epi64(a, b); }
     template <int imm> static I Shuffle16LoHi(I a) {
         return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, imm), imm);
+    }
+    template <int imm> static I Shuffle32Pair(I a, I b) {
+        return _mm256_castps_si256(_mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), imm));
     }
 
     static F ClampUnit(F a) {

@@ -96,7 +96,8 @@ void ConvertBlock(const typename Ops::I (&r)[12], typename Ops::I previous, cons
 enum class StoreKind { kDestination, kLocal };
 
 // v210: values limited to 0..1023 (the lower limit only matters for 16u components above 32768, which the
-// host never delivers), then the block's four groups packed by one shared routine.
+// host never delivers), then the block's four groups packed by one shared routine: the 4:2:2 sequence
+// Cb Y Cr Y ... is built as in UYVY, widened to 32 bits, and each word takes three consecutive samples.
 struct V210Layout {
     static constexpr int kShift = 4;
     static constexpr std::int16_t kYOffset = 64;
@@ -104,41 +105,38 @@ struct V210Layout {
     static constexpr std::ptrdiff_t kBlockBytes = 64;
     static constexpr bool kTailOnLastRow = false;
 
-    // Index of Cb of even pixel n in the chroma order Cb(n), Cb(n+2), Cr(n), Cr(n+2) per run of four.
-    static constexpr int CbIndex(int n) { return 4 * (n / 4) + (n % 4) / 2; }
-    static constexpr int CrIndex(int n) { return CbIndex(n) + 2; }
-
-    template <bool kAligned>
-    static void PackBlock(const std::int16_t* y, const std::int16_t* c, std::uint8_t* out) {
-        alignas(16) std::uint32_t w[16];
-        const auto u = [](std::int16_t v) { return static_cast<std::uint32_t>(v); };
-        for (int g = 0; g < 4; ++g) {
-            const int n = 6 * g;
-            w[4 * g + 0] = u(c[CbIndex(n)]) | u(y[n]) << 10 | u(c[CrIndex(n)]) << 20;
-            w[4 * g + 1] = u(y[n + 1]) | u(c[CbIndex(n + 2)]) << 10 | u(y[n + 2]) << 20;
-            w[4 * g + 2] = u(c[CrIndex(n + 2)]) | u(y[n + 3]) << 10 | u(c[CbIndex(n + 4)]) << 20;
-            w[4 * g + 3] = u(y[n + 4]) | u(c[CrIndex(n + 4)]) << 10 | u(y[n + 5]) << 20;
-        }
-        for (int i = 0; i < 4; ++i) {
-            Sse2Ops::Store<kAligned>(out + 16 * i,
-                                     Sse2Ops::Load<true>(reinterpret_cast<const std::uint8_t*>(w + 4 * i)));
-        }
-    }
-
     template <class Ops, bool kAligned, StoreKind>
     static void Store(std::uint8_t* d, const typename Ops::I (&y)[3], const typename Ops::I (&c)[3]) {
-        alignas(32) std::int16_t ys[Ops::kLanes][kBlockPixels];
-        alignas(32) std::int16_t cs[Ops::kLanes][kBlockPixels];
-        const typename Ops::I zero = Ops::Zero();
-        const typename Ops::I max = Ops::Set16(1023);
+        using I = typename Ops::I;
+        const I zero = Ops::Zero();
+        const I max = Ops::Set16(1023);
+        I s[12]; // samples 4m..4m+3 of the sequence in 32-bit lanes
         for (int j = 0; j < 3; ++j) {
-            Ops::template StoreLanes<true>(reinterpret_cast<std::uint8_t*>(&ys[0][8 * j]), sizeof ys[0],
-                                           Ops::Min16(Ops::Max16(y[j], zero), max));
-            Ops::template StoreLanes<true>(reinterpret_cast<std::uint8_t*>(&cs[0][8 * j]), sizeof cs[0],
-                                           Ops::Min16(Ops::Max16(c[j], zero), max));
+            const I luma = Ops::Min16(Ops::Max16(y[j], zero), max);
+            const I chroma = Ops::template Shuffle16LoHi<0xD8>(Ops::Min16(Ops::Max16(c[j], zero), max));
+            const I lo =
+                Ops::Unpacklo16(chroma, luma); // Cb(n) Y(n) Cr(n) Y(n+1) Cb(n+2) Y(n+2) Cr(n+2) Y(n+3)
+            const I hi = Ops::Unpackhi16(chroma, luma);
+            s[4 * j] = Ops::Unpacklo16(lo, zero);
+            s[4 * j + 1] = Ops::Unpackhi16(lo, zero);
+            s[4 * j + 2] = Ops::Unpacklo16(hi, zero);
+            s[4 * j + 3] = Ops::Unpackhi16(hi, zero);
         }
-        for (int lane = 0; lane < Ops::kLanes; ++lane) {
-            PackBlock<kAligned>(ys[lane], cs[lane], d + kBlockBytes * lane);
+        for (int k = 0; k < 4; ++k) {
+            // Words 4k..4k+3 take samples a0..a11 = A, B, C: bits 0-9 a0 a3 a6 a9, 10-19 a1 a4 a7 a10,
+            // 20-29 a2 a5 a8 a11.
+            const I a = s[3 * k], b = s[3 * k + 1], cc = s[3 * k + 2];
+            const I low = Ops::template Shuffle32Pair<_MM_SHUFFLE(2, 0, 3, 0)>(
+                a, Ops::template Shuffle32Pair<_MM_SHUFFLE(1, 1, 2, 2)>(b, cc));
+            const I mid = Ops::template Shuffle32Pair<_MM_SHUFFLE(2, 0, 2, 0)>(
+                Ops::template Shuffle32Pair<_MM_SHUFFLE(0, 0, 1, 1)>(a, b),
+                Ops::template Shuffle32Pair<_MM_SHUFFLE(2, 2, 3, 3)>(b, cc));
+            const I high = Ops::template Shuffle32Pair<_MM_SHUFFLE(2, 0, 2, 0)>(
+                Ops::template Shuffle32Pair<_MM_SHUFFLE(1, 1, 2, 2)>(a, b),
+                Ops::template Shuffle32Pair<_MM_SHUFFLE(3, 3, 0, 0)>(cc, cc));
+            const I words =
+                Ops::Or(Ops::Or(low, Ops::template Slli32<10>(mid)), Ops::template Slli32<20>(high));
+            Ops::template StoreLanes<kAligned>(d + 16 * k, kBlockBytes, words);
         }
     }
 };

@@ -71,6 +71,10 @@ struct CAutoResetEvent::Impl {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t cond;
     bool signalled = false;
+    // Like SetEvent, a Set that finds threads waiting releases one of them at once, so two Sets release two
+    // waiters even when neither has run yet; only a Set without waiters leaves the event signalled.
+    int waiters = 0;
+    int releases = 0;
 };
 
 CAutoResetEvent::CAutoResetEvent() : impl_(new (std::nothrow) Impl) {
@@ -86,16 +90,26 @@ CAutoResetEvent::~CAutoResetEvent() {
 }
 void CAutoResetEvent::Set() {
     pthread_mutex_lock(&impl_->mutex);
-    impl_->signalled = true;
-    // One waiter consumes the signal; waking one is enough and matches the Win32 event.
-    pthread_cond_signal(&impl_->cond);
+    if (impl_->waiters > impl_->releases) {
+        impl_->releases += 1;
+        pthread_cond_signal(&impl_->cond);
+    } else {
+        impl_->signalled = true;
+    }
     pthread_mutex_unlock(&impl_->mutex);
 }
 bool CAutoResetEvent::Wait(std::uint32_t timeoutMs) {
     pthread_mutex_lock(&impl_->mutex);
-    const bool got = WaitUntil(&impl_->cond, &impl_->mutex, timeoutMs, [this] { return impl_->signalled; });
-    if (got)
+    if (impl_->signalled) {
         impl_->signalled = false;
+        pthread_mutex_unlock(&impl_->mutex);
+        return true;
+    }
+    impl_->waiters += 1;
+    const bool got = WaitUntil(&impl_->cond, &impl_->mutex, timeoutMs, [this] { return impl_->releases > 0; });
+    impl_->waiters -= 1;
+    if (got)
+        impl_->releases -= 1;
     pthread_mutex_unlock(&impl_->mutex);
     return got;
 }

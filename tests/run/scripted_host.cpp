@@ -1,0 +1,339 @@
+#include "scripted_host.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <deque>
+
+#include "platform/event.h"
+#include "platform/sleep.h"
+#include "platform/text_encoding.h"
+#include "platform/thread.h"
+
+PR_EXPORT prsdk::int32 xSDKExport(prsdk::int32 selector, prsdk::exportStdParms* stdParms, void* param1, void* param2);
+
+namespace scripted {
+namespace {
+
+using prsdk::csSDK_int32;
+using prsdk::csSDK_uint32;
+using prsdk::prSuiteError;
+
+constexpr prSuiteError kOk = prsdk::suiteError_NoError;
+
+struct Frame {
+    void* self; // a PPixHand points here
+    std::vector<unsigned char> pixels;
+    std::int32_t width, height, rowBytes;
+    prsdk::PrPixelFormat format;
+};
+
+struct Request {
+    prsdk::PrTime time;
+    prsdk::PrPixelFormat format;
+};
+
+// The one host of a run; the suites are plain function tables, so they reach it through this pointer.
+struct Host {
+    const Script* script;
+    Record* record;
+    std::mutex mutex;
+    std::map<std::string, int> balance;
+    prsdk::PrSDKSequenceAsyncRenderCompletionProc proc = nullptr;
+    void* procRef = nullptr;
+    std::deque<Request> queued;
+    std::uint64_t lastQueuedMs = 0;
+    bool stop = false;
+    int reports = 0;
+    double phase[6] = {};
+};
+Host* gHost = nullptr;
+
+// --- broker ---
+const void* SuiteFor(const std::string& name);
+prsdk::SPErr Acquire(const char* name, prsdk::int32 version, const void** suite) {
+    *suite = SuiteFor(name);
+    if (!*suite)
+        return prsdk::kSPSuiteNotFoundError;
+    std::lock_guard<std::mutex> hold(gHost->mutex);
+    gHost->balance[std::string(name) + " v" + std::to_string(version)] += 1;
+    return prsdk::kSPNoError;
+}
+prsdk::SPErr Release(const char* name, prsdk::int32 version) {
+    std::lock_guard<std::mutex> hold(gHost->mutex);
+    gHost->balance[std::string(name) + " v" + std::to_string(version)] -= 1;
+    return prsdk::kSPNoError;
+}
+prsdk::SPBasicSuite gBasic = {Acquire, Release, nullptr, nullptr, nullptr, nullptr, nullptr};
+prsdk::SPBasicSuite* GetBasic() { return &gBasic; }
+
+// --- parameters: only the values the export reads ---
+prSuiteError GetParamValue(csSDK_uint32, csSDK_int32, const char* id, prsdk::exParamValues* v) {
+    const Script& s = *gHost->script;
+    const std::string name = id;
+    if (name == "ADBEVideoCodec")
+        v->value.intValue = static_cast<std::int32_t>(s.codec);
+    else if (name == "ADBEVideoWidth")
+        v->value.intValue = s.width;
+    else if (name == "ADBEVideoHeight")
+        v->value.intValue = s.height;
+    else if (name == "ADBEVideoFPS")
+        v->value.timeValue = s.ticksPerFrame;
+    else if (name == "ADBEVideoAspect")
+        v->value.ratioValue = {1, 1};
+    else if (name == "ADBEVideoFieldType")
+        v->value.intValue = s.fieldType;
+    else if (name == "ADBEAudioRatePerSecond")
+        v->value.floatValue = s.sampleRate;
+    else if (name == "ADBEAudioSampleType")
+        v->value.intValue = s.sampleType;
+    else if (name == "ADBEAudioNumChannels")
+        v->value.intValue = s.channelType;
+    else
+        return prsdk::suiteError_InvalidParms;
+    return kOk;
+}
+prsdk::ExportParamSuite gParams = [] {
+    prsdk::ExportParamSuite p{};
+    p.GetParamValue = GetParamValue;
+    return p;
+}();
+
+// --- time, file, PPix ---
+prSuiteError TicksPerSecond(prsdk::PrTime* t) {
+    *t = kTicksPerSecond;
+    return kOk;
+}
+prsdk::TimeSuite gTime = {TicksPerSecond, nullptr, nullptr};
+
+prSuiteError PlatformPath(csSDK_uint32, csSDK_int32* length, prsdk::prUTF16Char* path) {
+    const std::u16string wide = QVN::Utf8ToUtf16(gHost->script->path);
+    if (*length < static_cast<csSDK_int32>(wide.size() + 1))
+        return prsdk::suiteError_InvalidParms;
+    for (std::size_t i = 0; i < wide.size(); ++i)
+        path[i] = static_cast<prsdk::prUTF16Char>(wide[i]);
+    path[wide.size()] = 0;
+    return kOk;
+}
+prsdk::ExportFileSuite gFile = {nullptr, nullptr, nullptr, nullptr, PlatformPath};
+
+Frame* FrameOf(prsdk::PPixHand h) { return reinterpret_cast<Frame*>(h); }
+prSuiteError Dispose(prsdk::PPixHand h) {
+    delete FrameOf(h);
+    return kOk;
+}
+prSuiteError Pixels(prsdk::PPixHand h, prsdk::int32, char** p) {
+    *p = reinterpret_cast<char*>(FrameOf(h)->pixels.data());
+    return kOk;
+}
+prSuiteError Bounds(prsdk::PPixHand h, prsdk::prRect* r) {
+    *r = {0, 0, FrameOf(h)->width, FrameOf(h)->height};
+    return kOk;
+}
+prSuiteError RowBytes(prsdk::PPixHand h, csSDK_int32* n) {
+    *n = FrameOf(h)->rowBytes;
+    return kOk;
+}
+prSuiteError Format(prsdk::PPixHand h, prsdk::PrPixelFormat* f) {
+    *f = FrameOf(h)->format;
+    return kOk;
+}
+prsdk::PPixSuite gPPix = {Dispose, Pixels, Bounds, RowBytes, nullptr, Format, nullptr, nullptr, nullptr};
+
+// --- video renders: a host thread completes queued requests in batches, last first ---
+prSuiteError MakeVideoRenderer(csSDK_uint32, csSDK_uint32* id, prsdk::PrTime) {
+    if (gHost->script->refuseVideoRenderer)
+        return prsdk::suiteError_Fail;
+    *id = 77;
+    gHost->record->videoRenderersMade += 1;
+    return kOk;
+}
+prSuiteError ReleaseVideoRenderer(csSDK_uint32, csSDK_uint32) {
+    gHost->record->videoRenderersReleased += 1;
+    return kOk;
+}
+prSuiteError QueueRender(csSDK_uint32, prsdk::PrTime time, csSDK_uint32* request,
+                         prsdk::SequenceRender_ParamsRec* params, prsdk::int32, void*) {
+    std::lock_guard<std::mutex> hold(gHost->mutex);
+    gHost->record->requestedTimes.push_back(time);
+    const prsdk::PrPixelFormat format =
+        gHost->script->deliveredFormat ? gHost->script->deliveredFormat : params->inRequestedPixelFormatArray[0];
+    gHost->queued.push_back({time, format});
+    gHost->lastQueuedMs = QVN::MonotonicMs();
+    *request = static_cast<csSDK_uint32>(gHost->record->requestedTimes.size());
+    return kOk;
+}
+prSuiteError SetCompletion(csSDK_uint32, prsdk::PrSDKSequenceAsyncRenderCompletionProc proc, void* ref) {
+    gHost->proc = proc;
+    gHost->procRef = ref;
+    return kOk;
+}
+prsdk::SequenceRenderSuite gRender = {MakeVideoRenderer, ReleaseVideoRenderer, nullptr, QueueRender, SetCompletion,
+                                      nullptr,           nullptr,              nullptr, nullptr};
+
+void Complete(const Request& r) {
+    const Script& s = *gHost->script;
+    const auto n = static_cast<std::int32_t>(r.time / s.ticksPerFrame);
+    prsdk::SequenceRender_GetFrameReturnRec ret{};
+    prsdk::PPixHand handle = nullptr;
+    if (n == s.failFrame) {
+        ret.returnVal = prsdk::suiteError_Fail;
+    } else {
+        const std::int32_t pixelBytes = r.format == prsdk::PrPixelFormat_BGRA_4444_32f   ? 16
+                                        : r.format == prsdk::PrPixelFormat_BGRA_4444_16u ? 8
+                                                                                         : 4;
+        auto* f = new Frame{nullptr, {}, s.width, s.height, s.width * pixelBytes + 16, r.format};
+        f->pixels.assign(static_cast<std::size_t>(f->rowBytes) * static_cast<std::size_t>(s.height),
+                         static_cast<unsigned char>(n));
+        handle = reinterpret_cast<prsdk::PPixHand>(f);
+        ret.outFrame = handle;
+    }
+    gHost->proc(77, gHost->procRef, r.time, handle, &ret);
+    gHost->record->completed.fetch_add(1);
+}
+
+std::uint32_t Completer(void*) {
+    for (;;) {
+        std::vector<Request> batch;
+        {
+            std::lock_guard<std::mutex> hold(gHost->mutex);
+            if (gHost->stop && gHost->queued.empty())
+                return 0;
+            const bool full = gHost->queued.size() >= gHost->script->batch;
+            const bool quiet = !gHost->queued.empty() && QVN::MonotonicMs() - gHost->lastQueuedMs > 30;
+            if (full || quiet) {
+                const std::size_t n = std::min(gHost->queued.size(), gHost->script->batch);
+                batch.assign(gHost->queued.begin(), gHost->queued.begin() + static_cast<std::ptrdiff_t>(n));
+                gHost->queued.erase(gHost->queued.begin(), gHost->queued.begin() + static_cast<std::ptrdiff_t>(n));
+            }
+        }
+        for (auto it = batch.rbegin(); it != batch.rend(); ++it)
+            Complete(*it);
+        if (batch.empty())
+            QVN::SleepMs(2);
+    }
+}
+
+// --- audio: a tone per channel ---
+prSuiteError MakeAudioRenderer(csSDK_uint32, prsdk::PrTime, prsdk::PrAudioChannelType, prsdk::PrAudioSampleType, float,
+                               csSDK_uint32* id) {
+    *id = 5;
+    gHost->record->audioRenderersMade += 1;
+    return kOk;
+}
+prSuiteError ReleaseAudioRenderer(csSDK_uint32, csSDK_uint32) {
+    gHost->record->audioRenderersReleased += 1;
+    return kOk;
+}
+prSuiteError GetAudio(csSDK_uint32, csSDK_uint32 frames, float** buffers, char) {
+    if (frames > static_cast<csSDK_uint32>(gHost->script->maxBlip))
+        return prsdk::suiteError_InvalidParms;
+    gHost->record->audioBlocks.push_back(frames);
+    const int channels = gHost->script->channelType == 3 ? 6 : gHost->script->channelType;
+    for (int c = 0; c < channels; ++c)
+        for (csSDK_uint32 i = 0; i < frames; ++i) {
+            buffers[c][i] = static_cast<float>(0.5 * std::sin(gHost->phase[c]));
+            gHost->phase[c] += 0.01 * (c + 1);
+        }
+    return kOk;
+}
+prSuiteError ResetAudio(csSDK_uint32) { return kOk; }
+prSuiteError MaxBlip(csSDK_uint32, prsdk::PrTime, csSDK_int32* n) {
+    *n = gHost->script->maxBlip;
+    return kOk;
+}
+prsdk::SequenceAudioSuite gSequenceAudio = {MakeAudioRenderer, ReleaseAudioRenderer, GetAudio, ResetAudio, MaxBlip};
+
+prSuiteError To16(float** src, short* dst, csSDK_uint32 channels, csSDK_uint32 frames) {
+    for (csSDK_uint32 i = 0; i < frames; ++i)
+        for (csSDK_uint32 c = 0; c < channels; ++c)
+            dst[i * channels + c] = static_cast<short>(src[c][i] * 32767.0f);
+    return kOk;
+}
+prsdk::AudioSuite gAudio = {nullptr, To16, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+
+// --- progress ---
+prSuiteError ProgressText(csSDK_uint32, const prsdk::prUTF16Char*) { return kOk; }
+prSuiteError Progress(csSDK_uint32, float fraction) {
+    std::lock_guard<std::mutex> hold(gHost->mutex);
+    gHost->record->progress.push_back(fraction);
+    const int n = gHost->reports++;
+    // Once the user has cancelled, every later report answers "abort" too, as the host's dialog does.
+    if (gHost->script->cancelAtReport >= 0 && n >= gHost->script->cancelAtReport)
+        return prsdk::exportReturn_Abort;
+    if (n == gHost->script->suspendAtReport)
+        return prsdk::suiteError_ExporterSuspended;
+    return kOk;
+}
+prSuiteError Resume(csSDK_uint32) {
+    gHost->record->waitForResume.fetch_add(1);
+    QVN::SleepMs(5);
+    return kOk;
+}
+prsdk::ExportProgressSuite gProgress = {ProgressText, Progress, nullptr, Resume};
+
+// Suites the runs here never call into still have to be granted.
+unsigned char gUnused[256] = {};
+
+const void* SuiteFor(const std::string& name) {
+    if (name == prsdk::kExportParamSuite)
+        return &gParams;
+    if (name == prsdk::kTimeSuite)
+        return &gTime;
+    if (name == prsdk::kExportFileSuite)
+        return &gFile;
+    if (name == prsdk::kPPixSuite)
+        return &gPPix;
+    if (name == prsdk::kSequenceRenderSuite)
+        return &gRender;
+    if (name == prsdk::kSequenceAudioSuite)
+        return &gSequenceAudio;
+    if (name == prsdk::kAudioSuite)
+        return &gAudio;
+    if (name == prsdk::kExportProgressSuite)
+        return &gProgress;
+    return gUnused;
+}
+
+} // namespace
+
+prsdk::int32 RunExport(const Script& script, std::int32_t firstFrame, std::int32_t endFrame, bool video, bool audio,
+                       Record* record) {
+    Host host;
+    host.script = &script;
+    host.record = record;
+    gHost = &host;
+    prsdk::exportStdParms std{prsdk::EXPORTMOD_VERSION_CS5, GetBasic};
+
+    QVN::CThread completer;
+    completer.Start(Completer, nullptr);
+
+    prsdk::exExporterInstanceRec instance{};
+    instance.exporterPluginID = 9;
+    prsdk::int32 result = xSDKExport(prsdk::exSelBeginInstance, &std, &instance, nullptr);
+    if (result == 0) {
+        prsdk::exDoExportRec rec{};
+        rec.exporterPluginID = 9;
+        rec.privateData = instance.privateData;
+        rec.exportVideo = video;
+        rec.exportAudio = audio;
+        rec.startTime = firstFrame * script.ticksPerFrame;
+        rec.endTime = endFrame * script.ticksPerFrame;
+        rec.fileObject = 1;
+        result = xSDKExport(prsdk::exSelExport, &std, &rec, nullptr);
+        xSDKExport(prsdk::exSelEndInstance, &std, &instance, nullptr);
+    }
+    {
+        std::lock_guard<std::mutex> hold(host.mutex);
+        host.stop = true;
+    }
+    completer.Join();
+    for (const auto& [name, count] : host.balance) {
+        if (count != 0)
+            record->outstandingSuites.push_back(name);
+    }
+    gHost = nullptr;
+    return result;
+}
+
+} // namespace scripted

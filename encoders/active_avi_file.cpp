@@ -5,7 +5,7 @@
 
 namespace {
 
-using FileLock = QVN::CAutoLock<QVN::CW32CriticalSection>;
+using Hold = QVN::CAutoLock<QVN::CW32CriticalSection>;
 
 void Discard(WriteFrame* item) {
     if (item->pool)
@@ -32,7 +32,7 @@ std::uint32_t CActiveAviFile::ItemLoop() {
         WriteFrame* item = Pop();
         if (!item)
             return 0;
-        FileLock hold(fileLock_);
+        Hold hold(fileLock_);
         const std::uint32_t stream = item->stream;
         if (item->sequence == lastWritten_[stream] + 1)
             WriteItem(item);
@@ -55,7 +55,7 @@ HRESULT CActiveAviFile::Shutdown() {
     }
     Join();
     {
-        FileLock hold(fileLock_);
+        Hold hold(fileLock_);
         for (auto& [stream, items] : held_) {
             for (auto& [sequence, item] : items)
                 Discard(item);
@@ -67,13 +67,13 @@ HRESULT CActiveAviFile::Shutdown() {
 }
 
 std::uint32_t CActiveAviFile::LastWritten(std::uint32_t stream) {
-    FileLock hold(fileLock_);
+    Hold hold(fileLock_);
     const auto it = lastWritten_.find(stream);
     return it == lastWritten_.end() ? 0 : it->second;
 }
 
 std::size_t CActiveAviFile::HeldCount() {
-    FileLock hold(fileLock_);
+    Hold hold(fileLock_);
     std::size_t count = 0;
     for (const auto& [stream, items] : held_)
         count += items.size();

@@ -23,6 +23,8 @@ public:
     std::uint32_t LastWritten(std::uint32_t stream);
     // Items held back because an earlier sequence number has not arrived yet.
     std::size_t HeldCount();
+    // Held by the writer thread for the whole write of an item.
+    QVN::CW32CriticalSection& FileLock() { return fileLock_; }
 
 private:
     void WriteItem(WriteFrame* item); // file lock held

@@ -1,0 +1,302 @@
+// CAviEncoder / CSimpleAviEncoder through the encoder interface: formats, sample arithmetic, the frame
+// limit, back-pressure, the pixel-aspect record and failure results.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "encoders/aligned_buffer_pool.h"
+#include "encoders/simple_avi_encoder.h"
+#include "platform/sleep.h"
+#include "riff_reader.h"
+
+using avitest::Fcc;
+using avitest::U32;
+
+namespace {
+
+BITMAPINFOHEADER Bitmap(std::int32_t width, std::int32_t height, std::uint32_t image) {
+    BITMAPINFOHEADER b{};
+    b.biSize = 40;
+    b.biWidth = width;
+    b.biHeight = height;
+    b.biPlanes = 1;
+    b.biBitCount = 16;
+    b.biCompression = Fcc("UYVY");
+    b.biSizeImage = image;
+    return b;
+}
+
+std::wstring Wide(const std::filesystem::path& p) {
+    return p.wstring();
+}
+
+struct Sink : IFrameSink {
+    HRESULT QueryInterface(const GUID&, void**) override { return E_NOTIMPL; }
+    ULONG AddRef() override { return 1; }
+    ULONG Release() override { return 1; }
+    HRESULT SampleCB(double, void*) override { return S_OK; }
+    HRESULT BufferCB(double time, BYTE* data, LONG size) override {
+        EXPECT_EQ(time, 0.0);
+        last = data;
+        bytes = size;
+        ++calls;
+        return S_OK;
+    }
+    const void* last = nullptr;
+    LONG bytes = 0;
+    int calls = 0;
+};
+
+// Turns every frame into nothing, as a failed compression would.
+class EmptyEncoder : public CSimpleAviEncoder {
+public:
+    EmptyEncoder() : CSimpleAviEncoder(Fcc("UYVY")) {}
+    std::uint32_t EncodeFrame(const void*, std::uint32_t, std::uint8_t*, std::uint32_t) override { return 0; }
+};
+
+std::size_t ThreadsOfProcess() {
+#ifdef __linux__
+    std::size_t n = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
+        ++n;
+    return n;
+#else
+    return 0;
+#endif
+}
+
+} // namespace
+
+TEST(AviEncoder, AudioFormatsAreWrittenAsThePlaybackSoftwareExpects) {
+    CSimpleAviEncoder encoder(Fcc("v210"));
+    const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
+
+    ASSERT_EQ(encoder.SetAudioFormat(6, 48000, 24, -2), 0u);
+    unsigned char b[40];
+    std::memcpy(b, &encoder.AudioFormat(), 40);
+    const unsigned char six[40] = {0xFE, 0xFF, 6,    0, 0x80, 0xBB, 0,    0,    0x00, 0x2F,
+                                   0x0D, 0,    18,   0, 24,   0,    22,   0,    0,    0,
+                                   0x3F, 0,    0,    0, 0xFE, 0xFF, 0xFF, 0xFF, 0,    0,
+                                   0x10, 0,    0x80, 0, 0,    0xAA, 0,    0x38, 0x9B, 0x71};
+    EXPECT_EQ(std::memcmp(b, six, 40), 0);
+    EXPECT_EQ(encoder.AudioFormat().Format.nAvgBytesPerSec, 864000u);
+
+    ASSERT_EQ(encoder.SetAudioFormat(2, 44100, 16, 3), 0u); // the sub-format is ignored below 6 channels
+    std::memcpy(b, &encoder.AudioFormat(), 40);
+    const unsigned char two[18] = {1, 0, 2, 0, 0x44, 0xAC, 0, 0, 0x10, 0xB1, 2, 0, 4, 0, 16, 0, 0, 0};
+    EXPECT_EQ(std::memcmp(b, two, 18), 0);
+    for (int i = 18; i < 40; ++i)
+        EXPECT_EQ(b[i], 0) << i;
+
+    ASSERT_EQ(encoder.SetAudioFormat(1, 22050, 8, 0), 0u);
+    EXPECT_EQ(encoder.AudioFormat().Format.nBlockAlign, 1u);
+    EXPECT_EQ(encoder.AudioFormat().Format.nAvgBytesPerSec, 22050u);
+}
+
+TEST(AviEncoder, AudioSampleCountsAddUpExactly) {
+    CSimpleAviEncoder encoder(Fcc("v210"));
+    const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 30000, 1001, 0, 0, nullptr), 0u);
+    EXPECT_EQ(encoder.VideoDescriptor().AvgTimePerFrame, 333666);
+    encoder.SetAudioFormat(2, 48000, 16, 0);
+    EXPECT_EQ(encoder.AudioSamplesForFrames(1), 1602u);
+    EXPECT_EQ(encoder.AudioSamplesForFrames(5), 8008u);
+    EXPECT_EQ(encoder.AudioSamplesForFrames(30000), 48048000u); // no 32-bit overflow on the way
+    const std::uint32_t expected[5] = {1602, 1601, 1602, 1601, 1602};
+    for (std::uint32_t e : expected)
+        EXPECT_EQ(encoder.AudioSamplesForNextFrame(1), e);
+    std::uint64_t total = 8008;
+    for (int i = 5; i < 30000; ++i)
+        total += encoder.AudioSamplesForNextFrame(1);
+    EXPECT_EQ(total, 48048000u);
+
+    // 44.1 kHz at 29.97: 1471.47 samples per frame; the running sum stays within half a sample.
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 30000, 1001, 0, 0, nullptr), 0u);
+    encoder.SetAudioFormat(2, 44100, 16, 0);
+    std::int64_t sum = 0;
+    for (std::int64_t frame = 1; frame <= 3000; ++frame) {
+        sum += encoder.AudioSamplesForNextFrame(1);
+        const double exact = 44100.0 * 1001.0 * static_cast<double>(frame) / 30000.0;
+        ASSERT_LE(std::abs(static_cast<double>(sum) - exact), 0.5) << frame;
+    }
+    // A scale of 0 counts as 1 for audio but gives a zero frame duration, as the host expects.
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 0, 0, 0, nullptr), 0u);
+    encoder.SetAudioFormat(2, 48000, 16, 0);
+    EXPECT_EQ(encoder.VideoDescriptor().AvgTimePerFrame, 0);
+    EXPECT_EQ(encoder.AudioSamplesForFrames(1), 1920u);
+}
+
+TEST(AlignedBufferPool, ClassesAlignmentAndCache) {
+    EXPECT_EQ(AlignedBufferPool::ClassSize(1), 8192u);
+    EXPECT_EQ(AlignedBufferPool::ClassSize(4080), 8192u);
+    EXPECT_EQ(AlignedBufferPool::ClassSize(4081), 12288u);
+    EXPECT_EQ(AlignedBufferPool::ClassSize(5529600), 5529600u + 8192u);
+    AlignedBufferPool pool;
+    std::vector<void*> held;
+    for (int i = 0; i < 20; ++i) {
+        void* p = pool.Allocate(1);
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 4096, 0u);
+        held.push_back(p);
+    }
+    void* big = pool.Allocate(4081);
+    std::memset(big, 0x5A, 4081); // the whole request fits behind the aligned pointer
+    pool.Release(big);
+    for (void* p : held)
+        pool.Release(p);
+    EXPECT_EQ(pool.CachedBlocks(8192), 16u); // the cache keeps 16, frees the rest
+    EXPECT_EQ(pool.CachedBlocks(12288), 1u);
+    void* again = pool.Allocate(2000);
+    EXPECT_EQ(pool.CachedBlocks(8192), 15u);
+    pool.Release(again);
+}
+
+TEST(AviEncoder, FrameLimitDropsLaterVideoAndAudio) {
+    avitest::TempDir dir("limit");
+    const auto path = dir / "limit.avi";
+    CSimpleAviEncoder encoder(Fcc("UYVY"));
+    const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+    Sink sink;
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 4, 512, &sink), 0u);
+    BufferList buffers;
+    encoder.GetFreeBuffers(buffers);
+    ASSERT_EQ(buffers.size(), 4u);
+    encoder.SetAudioFormat(2, 48000, 16, 0);
+    ASSERT_EQ(encoder.Open(1, 1, 3, Wide(path).c_str()), 0u);
+    std::vector<unsigned char> samples(4 * 1920, 7);
+    for (int i = 0; i < 3; ++i) {
+        std::memset(buffers[i], i + 1, 512);
+        EXPECT_EQ(encoder.WriteVideo(buffers[i], 512), 0u);
+        EXPECT_EQ(encoder.WriteAudio(samples.data(), static_cast<std::uint32_t>(samples.size())), 0u);
+    }
+    EXPECT_EQ(sink.calls, 3);
+    EXPECT_EQ(sink.last, buffers[2]);
+    EXPECT_EQ(sink.bytes, 512);
+    EXPECT_EQ(encoder.WriteVideo(buffers[3], 512), 0u); // the fourth is dropped silently
+    EXPECT_EQ(encoder.WriteAudio(samples.data(), static_cast<std::uint32_t>(samples.size())), 0u);
+    EXPECT_EQ(sink.calls, 3);
+    BufferList returned;
+    encoder.ReclaimBuffers(returned);
+    EXPECT_EQ(returned, BufferList(buffers.begin(), buffers.begin() + 3));
+    encoder.ReclaimBuffers(returned);
+    EXPECT_TRUE(returned.empty());
+    EXPECT_EQ(encoder.Finish(), 0u); // waits for frame 3 on disk, then closes
+    EXPECT_FALSE(encoder.File().IsOpen());
+
+    const avitest::Bytes b = avitest::ReadAll(path);
+    EXPECT_EQ(U32(b, 48), 3u);
+    EXPECT_EQ(avitest::Tag(b, 112), "UYVY");      // handler carries the codec
+    EXPECT_EQ(avitest::Tag(b, 172 + 16), "UYVY"); // and so does the bitmap
+    const std::uint64_t audioStrh = 100 + 64 + 40 + 8 + 65548;
+    EXPECT_EQ(U32(b, audioStrh + 40), 3u * 1920u); // audio after the last frame was dropped
+
+    // The encoder opens again with fresh counters.
+    const auto second = dir / "second.avi";
+    ASSERT_EQ(encoder.Open(1, 0, 0xFFFFFFFFu, Wide(second).c_str()), 0u);
+    EXPECT_EQ(encoder.WriteVideo(buffers[0], 512), 0u);
+    EXPECT_EQ(encoder.Finish(), 0u); // no limit: closes at once, after the queued frame
+    EXPECT_EQ(U32(avitest::ReadAll(second), 48), 1u);
+}
+
+TEST(AviEncoder, PixelAspectRecordIsAppendedAfterClose) {
+    avitest::TempDir dir("par");
+    const auto path = dir / "par.avi";
+    CSimpleAviEncoder encoder(Fcc("UYVY"));
+    const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
+    ASSERT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, Wide(path).c_str()), 0u);
+    ASSERT_EQ(encoder.Close(), 0u);
+    const std::uintmax_t closed = std::filesystem::file_size(path);
+    ASSERT_EQ(encoder.WritePixelAspect(-10, 11), 0u);
+    const avitest::Bytes b = avitest::ReadAll(path);
+    ASSERT_EQ(b.size(), closed + 40);
+    const unsigned char record[40] = {
+        'R', 'I', 'F', 'F', 32, 0, 0, 0,  'A', 'V', 'I', 'X', 'P',  'r',  'm',  'A',  20, 0, 0, 0,
+        'P', 'A', 'R', 'f', 0,  0, 0, 20, 0,   1,   0,   0,   0xFF, 0xFF, 0xFF, 0xF6, 0,  0, 0, 11};
+    EXPECT_EQ(std::memcmp(b.data() + closed, record, 40), 0);
+
+    std::filesystem::remove_all(dir.path());
+    EXPECT_EQ(encoder.WritePixelAspect(10, 11), 99u); // its folder is gone
+}
+
+TEST(AviEncoder, FailuresLeaveNoThreadBehind) {
+    avitest::TempDir dir("fail");
+    const std::size_t threadsBefore = ThreadsOfProcess();
+    {
+        CSimpleAviEncoder encoder(Fcc("UYVY"));
+        const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+        ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
+        const auto bad = dir / "missing" / "x.avi";
+        EXPECT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, Wide(bad).c_str()), 99u);
+        EXPECT_EQ(encoder.File().ThreadCount(), 0u);
+        EXPECT_EQ(ThreadsOfProcess(), threadsBefore);
+        unsigned char frame[512] = {};
+        EXPECT_EQ(encoder.WriteVideo(frame, 512), 99u); // nothing is open to take it
+        EXPECT_EQ(encoder.Close(), 0u);
+        EXPECT_EQ(encoder.Initialise(nullptr, &bmi, 0, 0, 1, 1, 512, nullptr), 99u); // a rate of 0
+    }
+    {
+        EmptyEncoder encoder;
+        const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+        ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
+        BufferList buffers;
+        encoder.GetFreeBuffers(buffers);
+        const auto path = dir / "empty.avi";
+        ASSERT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, Wide(path).c_str()), 0u);
+        EXPECT_EQ(encoder.WriteVideo(buffers[0], 512), 99u);
+        BufferList returned;
+        encoder.ReclaimBuffers(returned);
+        EXPECT_EQ(returned, buffers); // the producer gets its buffer back
+        EXPECT_EQ(encoder.Close(), 0u);
+        EXPECT_EQ(U32(avitest::ReadAll(path), 48), 0u);
+    }
+    {
+        // Destroyed while open: the writer thread is stopped and the file closed.
+        CSimpleAviEncoder encoder(Fcc("UYVY"));
+        const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+        ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
+        ASSERT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, Wide(dir / "open.avi").c_str()), 0u);
+    }
+    EXPECT_EQ(ThreadsOfProcess(), threadsBefore);
+}
+
+TEST(AviEncoder, FullQueueMakesTheProducerWait) {
+    avitest::TempDir dir("full");
+    CSimpleAviEncoder encoder(Fcc("UYVY"));
+    const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
+    ASSERT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, Wide(dir / "full.avi").c_str()), 0u);
+    BufferList buffers;
+    encoder.GetFreeBuffers(buffers);
+    constexpr int kFrames = 60;
+    std::atomic<int> done{0};
+#ifndef _WIN32
+    testing::internal::CaptureStderr(); // the debugger channel is standard error here
+#endif
+    encoder.File().FileLock().Lock(); // the writer stalls on its first item
+    std::thread producer([&] {
+        for (int i = 0; i < kFrames; ++i) {
+            encoder.WriteVideo(buffers[0], 512);
+            done.fetch_add(1);
+        }
+    });
+    // One item in the writer's hands, 51 queued: the 53rd frame cannot go anywhere.
+    const std::uint64_t start = QVN::MonotonicMs();
+    while (done.load() < 52 && QVN::MonotonicMs() - start < 10000)
+        QVN::SleepMs(1);
+    QVN::SleepMs(60);
+    EXPECT_EQ(done.load(), 52);
+    EXPECT_EQ(encoder.File().Count(), 51u);
+    encoder.File().FileLock().Unlock();
+    producer.join();
+#ifndef _WIN32
+    const std::string messages = testing::internal::GetCapturedStderr();
+    EXPECT_NE(messages.find("queue full in CAviEncoder::EncodeComplete\n"), std::string::npos);
+#endif
+    EXPECT_EQ(encoder.Close(), 0u);
+    EXPECT_EQ(U32(avitest::ReadAll(dir / "full.avi"), 48), static_cast<std::uint32_t>(kFrames));
+}

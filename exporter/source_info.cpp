@@ -14,22 +14,23 @@ std::optional<prsdk::PrParam> Ask(const prsdk::ExportInfoSuite* suite, prsdk::ui
     return answer;
 }
 
+// The fields are read by value: in the packed record the 64-bit members are not aligned.
 std::optional<prsdk::int64> IntegerOf(const prsdk::PrParam* p) {
     switch (p->mType) {
     case prsdk::kPrParamType_Int8:
-        return p->mInt8;
+        return prsdk::int64{p->mInt8};
     case prsdk::kPrParamType_Int16:
-        return p->mInt16;
+        return prsdk::int64{p->mInt16};
     case prsdk::kPrParamType_Int32:
-        return p->mInt32;
+        return prsdk::int64{p->mInt32};
     case prsdk::kPrParamType_Int64:
-        return p->mInt64;
+        return prsdk::int64{p->mInt64};
     case prsdk::kPrParamType_Float32:
         return static_cast<prsdk::int64>(p->mFloat32);
     case prsdk::kPrParamType_Float64:
         return static_cast<prsdk::int64>(p->mFloat64);
     case prsdk::kPrParamType_Bool:
-        return p->mBool;
+        return prsdk::int64{p->mBool};
     }
     return std::nullopt;
 }
@@ -50,7 +51,7 @@ std::optional<double> SourceReal(const prsdk::ExportInfoSuite* suite, prsdk::uin
     if (p->mType == prsdk::kPrParamType_Float32)
         return static_cast<double>(p->mFloat32);
     if (p->mType == prsdk::kPrParamType_Float64)
-        return p->mFloat64;
+        return double{p->mFloat64};
     const std::optional<prsdk::int64> whole = IntegerOf(&*p);
     return whole ? std::optional<double>(static_cast<double>(*whole)) : std::nullopt;
 }

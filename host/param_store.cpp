@@ -174,7 +174,8 @@ prSuiteError ParamStore::ChangeParam(prsdk::uint32 plugin, prsdk::int32 mg, cons
     p->values = *values;
     if (values->arbData) {
         const auto* bytes = static_cast<const unsigned char*>(values->arbData);
-        p->arbData.assign(bytes, bytes + std::max<prsdk::int32>(values->arbDataSize, 0));
+        const prsdk::int32 size = values->arbDataSize;
+        p->arbData.assign(bytes, bytes + std::max(size, 0));
     }
     p->values.arbData = nullptr;
     return kOk;

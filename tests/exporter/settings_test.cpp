@@ -19,6 +19,8 @@ PR_EXPORT prsdk::int32 xSDKExport(prsdk::int32 selector, prsdk::exportStdParms* 
 
 namespace {
 
+// The records are packed: their 64-bit fields are copied out (prsdk::int64{...}) before gtest binds a
+// reference to them.
 using qvnhost::ParamStore;
 using qvnhost::StoredParam;
 
@@ -168,10 +170,10 @@ TEST_F(Settings, GenerateBuildsTheTreeWithTheSourceDefaults) {
     EXPECT_EQ(Param("ADBEVideoFieldType").values.value.intValue, 2);
     EXPECT_EQ(Param("ADBEVideoAspect").values.value.ratioValue.numerator, 1024);
     EXPECT_EQ(Param("ADBEVideoAspect").values.value.ratioValue.denominator, 702);
-    EXPECT_EQ(Param("ADBEVideoFPS").values.value.timeValue, 10160640000);
+    EXPECT_EQ(prsdk::int64{Param("ADBEVideoFPS").values.value.timeValue}, 10160640000);
     EXPECT_EQ(Param("ADBEAudioSampleType").values.value.intValue, 3);
     EXPECT_EQ(Param("ADBEAudioNumChannels").values.value.intValue, 3);
-    EXPECT_EQ(Param("ADBEAudioRatePerSecond").values.value.floatValue, 44100.0);
+    EXPECT_EQ(double{Param("ADBEAudioRatePerSecond").values.value.floatValue}, 44100.0);
 
     const QVN::ExportSettings& s = Record();
     EXPECT_EQ(s.pluginId, kPlugin);
@@ -257,7 +259,7 @@ TEST_F(Settings, PostProcessLabelsEveryFieldAndFillsTheLists) {
 
     const StoredParam rate = Param("ADBEAudioRatePerSecond");
     ASSERT_EQ(rate.choices.size(), 1u);
-    EXPECT_EQ(rate.choices[0].value.floatValue, 48000.0);
+    EXPECT_EQ(double{rate.choices[0].value.floatValue}, 48000.0);
     EXPECT_EQ(QVN::Utf16ToUtf8(rate.choices[0].name), "48000Hz");
 
     EXPECT_EQ(ChoiceNames("ADBEAudioNumChannels"),
@@ -324,7 +326,7 @@ TEST_F(Settings, FrameRatesDivideBeforeMultiplyingAndFollowTheTimeBase) {
     OpenDialog();
     std::vector<prsdk::int64> ticks;
     for (const auto& c : Param("ADBEVideoFPS").choices)
-        ticks.push_back(c.value.timeValue);
+        ticks.push_back(prsdk::int64{c.value.timeValue});
     // 240240 / 24000 = 10 (truncated) then x 1001; multiplying first would give 10020.
     EXPECT_EQ(ticks, (std::vector<prsdk::int64>{10010, 10010, 9609, 8008, 8008, 4804, 4004, 4004}));
 
@@ -333,8 +335,8 @@ TEST_F(Settings, FrameRatesDivideBeforeMultiplyingAndFollowTheTimeBase) {
     ChangeInt("ADBEVideoCodec", Code("dvn1"));
     const StoredParam fps = Param("ADBEVideoFPS");
     ASSERT_EQ(fps.choices.size(), 2u);
-    EXPECT_EQ(fps.choices[0].value.timeValue, 10594584000);
-    EXPECT_EQ(fps.choices[1].value.timeValue, 8475667200);
+    EXPECT_EQ(prsdk::int64{fps.choices[0].value.timeValue}, 10594584000);
+    EXPECT_EQ(prsdk::int64{fps.choices[1].value.timeValue}, 8475667200);
 
     // A frame-rate change fetches the time base again.
     gTicksPerSecond = 240240;
@@ -433,11 +435,11 @@ TEST_F(Settings, OutputSettingsComeFromTheParametersWithFloatStereoAudio) {
     ASSERT_EQ(Call(prsdk::exSelQueryOutputSettings, &rec), 0);
     EXPECT_EQ(rec.outVideoWidth, 1280);
     EXPECT_EQ(rec.outVideoHeight, 720);
-    EXPECT_EQ(rec.outVideoFrameRate, 4237833600);
+    EXPECT_EQ(prsdk::int64{rec.outVideoFrameRate}, 4237833600);
     EXPECT_EQ(rec.outVideoAspectNum, 10);
     EXPECT_EQ(rec.outVideoAspectDen, 11);
     EXPECT_EQ(rec.outVideoFieldType, 1);
-    EXPECT_EQ(rec.outAudioSampleRate, 32000.0);
+    EXPECT_EQ(double{rec.outAudioSampleRate}, 32000.0);
     EXPECT_EQ(rec.outAudioSampleType, 6);
     EXPECT_EQ(rec.outAudioChannelType, 2) << "stereo, though the channels parameter says 5.1";
     EXPECT_EQ(rec.outBitratePerSecond, 0x33333333u);

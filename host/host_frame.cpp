@@ -25,7 +25,7 @@ FrameRegistry& FrameRegistry::Instance() {
     return registry;
 }
 
-HostFrame* FrameRegistry::Make(const FrameLayout& layout) {
+std::unique_ptr<HostFrame> NewHostFrame(const FrameLayout& layout) {
     const int bpp = BytesPerPixel(layout.format);
     if (bpp == 0 || layout.width <= 0 || layout.height <= 0 || layout.rowPadding < 0)
         return nullptr;
@@ -42,7 +42,14 @@ HostFrame* FrameRegistry::Make(const FrameLayout& layout) {
     frame->pixels = frame->storage.get() + (aligned - base) + (layout.unaligned ? 4 : 0);
     std::memset(frame->pixels, 0, size);
     frame->renderMilliseconds = 0;
+    frame->key = 0;
+    return frame;
+}
 
+HostFrame* FrameRegistry::Make(const FrameLayout& layout) {
+    std::unique_ptr<HostFrame> frame = NewHostFrame(layout);
+    if (!frame)
+        return nullptr;
     std::lock_guard<std::mutex> hold(mutex_);
     frame->key = ++made_;
     HostFrame* raw = frame.get();

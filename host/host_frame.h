@@ -47,6 +47,9 @@ struct HostFrame {
     }
 };
 
+// A frame with its pixels zeroed, owned by the caller; nullptr when the layout is not a BGRA format.
+std::unique_ptr<HostFrame> NewHostFrame(const FrameLayout& layout);
+
 // The live frames: every frame made here is alive until the module (or the host) disposes of it.
 class FrameRegistry {
 public:

@@ -15,6 +15,9 @@
 #ifdef QVNHOST_HAS_PARAMS
 #include "host/params_command.h"
 #endif
+#ifdef QVNHOST_HAS_EXPORT
+#include "host/export_command.h"
+#endif
 
 namespace {
 
@@ -31,6 +34,9 @@ void PrintUsage(std::FILE* out) {
 #ifdef QVNHOST_HAS_PARAMS
                "  params [--module PATH] [--codec C] [--set ID=VALUE ...]\n"
                "                         show the export settings dialog after the given choices\n"
+#endif
+#ifdef QVNHOST_HAS_EXPORT
+               "  export --out FILE [...] export the test sequence through the module (see host/EXPORT.md)\n"
 #endif
                "  help                   this text\n",
                out);
@@ -55,6 +61,10 @@ int main(int argc, char** argv) {
 #ifdef QVNHOST_HAS_PARAMS
     if (command == "params")
         return QvnParamsCommand(argc - 1, argv + 1);
+#endif
+#ifdef QVNHOST_HAS_EXPORT
+    if (command == "export")
+        return QvnExportCommand(argc - 1, argv + 1);
 #endif
     if (command == "help" || command == "--help" || command == "-h")
         return PrintUsage(stdout), 0;

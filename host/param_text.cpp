@@ -6,11 +6,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "platform/text_encoding.h"
 
 namespace qvnhost {
 namespace {
+
+// Sets the one-line message and answers false.
+bool Fail(std::string* error, std::string message) {
+    *error = std::move(message);
+    return false;
+}
 
 bool IEquals(const std::string& a, const std::string& b) {
     if (a.size() != b.size())
@@ -70,15 +77,17 @@ bool SameValue(prsdk::exParamType type, const prsdk::exOneParamValueRec& a,
 bool ParseTyped(const StoredParam& p, const std::string& text, prsdk::exOneParamValueRec* v) {
     std::int64_t whole = 0;
     switch (p.type) {
-    case prsdk::exParamType_bool:
-        if (text == "1" || IEquals(text, "true") || IEquals(text, "on"))
-            return v->intValue = 1, true;
-        if (text == "0" || IEquals(text, "false") || IEquals(text, "off"))
-            return v->intValue = 0, true;
-        return false;
+    case prsdk::exParamType_bool: {
+        const bool on = text == "1" || IEquals(text, "true") || IEquals(text, "on");
+        const bool off = text == "0" || IEquals(text, "false") || IEquals(text, "off");
+        v->intValue = on ? 1 : 0;
+        return on || off;
+    }
     case prsdk::exParamType_int:
-        if (ParseInt64(text, &whole) && whole >= INT32_MIN && whole <= INT32_MAX)
-            return v->intValue = static_cast<std::int32_t>(whole), true;
+        if (ParseInt64(text, &whole) && whole >= INT32_MIN && whole <= INT32_MAX) {
+            v->intValue = static_cast<std::int32_t>(whole);
+            return true;
+        }
         return ParseFourCC(text, &v->intValue);
     case prsdk::exParamType_float:
         return ParseDouble(text, &v->floatValue);
@@ -192,7 +201,7 @@ bool ParseUserValue(const StoredParam& p, const std::string& text, prsdk::exPara
     if (p.type == prsdk::exParamType_string) {
         const std::u16string wide = QVN::Utf8ToUtf16(text);
         if (wide.size() > 255)
-            return *error = "text too long for " + id + " (at most 255 characters)", false;
+            return Fail(error, "text too long for " + id + " (at most 255 characters)");
         std::memset(values->paramString, 0, sizeof values->paramString);
         for (std::size_t i = 0; i < wide.size(); ++i)
             values->paramString[i] = static_cast<prsdk::prUTF16Char>(wide[i]);
@@ -202,27 +211,30 @@ bool ParseUserValue(const StoredParam& p, const std::string& text, prsdk::exPara
         for (const bool ignoreCase : {false, true}) {
             for (const ConstrainedValue& c : p.choices) {
                 const std::string name = QVN::Utf16ToUtf8(c.name);
-                if (ignoreCase ? IEquals(name, text) : name == text)
-                    return values->value = c.value, true;
+                if (ignoreCase ? IEquals(name, text) : name == text) {
+                    values->value = c.value;
+                    return true;
+                }
             }
         }
         prsdk::exOneParamValueRec typed{};
         if (ParseTyped(p, text, &typed)) {
             const int index = ChoiceIndex(p, typed);
-            if (index >= 0)
-                return values->value = p.choices[static_cast<std::size_t>(index)].value, true;
+            if (index >= 0) {
+                values->value = p.choices[static_cast<std::size_t>(index)].value;
+                return true;
+            }
         }
-        return *error = "value not offered for " + id + ": " + text + " (choices: " + ChoiceNames(p) + ")",
-               false;
+        return Fail(error,
+                    "value not offered for " + id + ": " + text + " (choices: " + ChoiceNames(p) + ")");
     }
     prsdk::exOneParamValueRec typed{};
     if (!ParseTyped(p, text, &typed))
-        return *error = "malformed value for " + id + " (" + TypeName(p.type) + " expected): " + text, false;
-    if (HasRange(p) && !InRange(p, typed)) {
-        *error = "value out of range for " + id + ": " + text + " (" + ValueText(p, p.values.rangeMin) +
-                 " to " + ValueText(p, p.values.rangeMax) + ")";
-        return false;
-    }
+        return Fail(error, "malformed value for " + id + " (" + TypeName(p.type) + " expected): " + text);
+    if (HasRange(p) && !InRange(p, typed))
+        return Fail(error, "value out of range for " + id + ": " + text + " (" +
+                               ValueText(p, p.values.rangeMin) + " to " + ValueText(p, p.values.rangeMax) +
+                               ")");
     values->value = typed;
     return true;
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/command_line.h"
@@ -20,6 +21,12 @@ namespace {
 constexpr prsdk::uint32 kPluginId = 1;
 constexpr prsdk::int32 kMultiGroup = 0;
 constexpr const char* kCodecParam = "ADBEVideoCodec";
+
+// Sets the one-line message and answers false.
+bool Fail(std::string* error, std::string message) {
+    *error = std::move(message);
+    return false;
+}
 
 std::string Utf8(const std::u16string& text) {
     return QVN::Utf16ToUtf8(text);
@@ -134,8 +141,10 @@ const StoredParam* FindStored(const std::vector<MultiGroup>& groups, const std::
 bool ResolveCodec(const StoredParam& codec, const std::string& wanted, prsdk::exParamValues* values,
                   std::string* error) {
     for (const ConstrainedValue& c : codec.choices) {
-        if (ValueText(codec, c.value) == "'" + wanted + "'")
-            return values->value = c.value, true;
+        if (ValueText(codec, c.value) == "'" + wanted + "'") {
+            values->value = c.value;
+            return true;
+        }
     }
     if (ParseUserValue(codec, wanted, values, error) && ChoiceIndex(codec, values->value) >= 0)
         return true;
@@ -154,16 +163,16 @@ bool Apply(Dialog& dialog, const std::string& id, const std::string& text, bool 
     const std::vector<MultiGroup> groups = store.Snapshot(kPluginId);
     const StoredParam* p = FindStored(groups, id);
     if (!p)
-        return *error = "unknown parameter: " + id, false;
+        return Fail(error, "unknown parameter: " + id);
     if (p->group)
-        return *error = id + " is a group, not a parameter", false;
+        return Fail(error, id + " is a group, not a parameter");
     if (p->values.disabled)
-        return *error = "parameter " + id + " is disabled", false;
+        return Fail(error, "parameter " + id + " is disabled");
     if (p->values.hidden)
-        return *error = "parameter " + id + " is hidden", false;
+        return Fail(error, "parameter " + id + " is hidden");
     prsdk::exParamValues values;
     if (store.GetParamValue(kPluginId, kMultiGroup, id.c_str(), &values) != prsdk::suiteError_NoError)
-        return *error = "cannot read parameter " + id, false;
+        return Fail(error, "cannot read parameter " + id);
     const bool ok =
         isCodec ? ResolveCodec(*p, text, &values, error) : ParseUserValue(*p, text, &values, error);
     if (!ok)
@@ -333,37 +342,37 @@ struct Options {
     std::vector<std::pair<std::string, std::string>> sets;
 };
 
-// False after printing the one-line error.
-bool ParseOptions(int argc, char** argv, Options* o) {
+// The options, or a one-line error.
+std::string ParseOptions(int argc, char** argv, Options* o) {
     for (int i = 1; i < argc; ++i) {
         bool missing = false;
         std::string value;
         if (TakeOption(argc, argv, i, "--module", &o->modulePath, &missing)) {
             if (missing)
-                return UsageError("option --module needs a path"), false;
+                return "option --module needs a path";
         } else if (TakeOption(argc, argv, i, "--codec", &o->codec, &missing)) {
             if (missing)
-                return UsageError("option --codec needs a codec name or four-character code"), false;
+                return "option --codec needs a codec name or four-character code";
             o->haveCodec = true;
         } else if (TakeOption(argc, argv, i, "--set", &value, &missing)) {
             const std::size_t eq = value.find('=');
             if (missing || eq == std::string::npos || eq == 0)
-                return UsageError("option --set needs ID=VALUE" + (missing ? "" : ": " + value)), false;
+                return "option --set needs ID=VALUE" + (missing ? "" : ": " + value);
             o->sets.emplace_back(value.substr(0, eq), value.substr(eq + 1));
         } else {
-            return UsageError(std::string("unknown option for params: ") + argv[i]), false;
+            return std::string("unknown option for params: ") + argv[i];
         }
     }
-    return true;
+    return "";
 }
 
 int Run(int argc, char** argv) {
     Options options;
-    if (!ParseOptions(argc, argv, &options))
-        return kExitUsage;
+    std::string error = ParseOptions(argc, argv, &options);
+    if (!error.empty())
+        return UsageError(error);
 
     Module module;
-    std::string error;
     if (!module.Load(options.modulePath, &error))
         return UsageError(error);
 

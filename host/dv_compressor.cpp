@@ -15,9 +15,8 @@ extern "C" {
 namespace qvnhost {
 namespace {
 
-// The DIF block header's byte 1: FSP (bit 2) is 1 for channels 0-1 and 0 for channels 2-3; with FSC
-// (bit 3) also 0 the decoder reads a 720p frame as the second half of a pair, whose macroblock rows it
-// places displaced. The encoder places them by the same rule from the buffer it is handed.
+// The DIF block header's byte 1: FSP (bit 2) is 1 for channels 0-1 and 0 for channels 2-3. A 720p frame
+// written on channels 2-3 is the second of a pair, and its macroblock rows are placed displaced.
 constexpr std::uint8_t kFspBit = 0x04;
 constexpr std::size_t kDifBlock = 80;
 
@@ -26,9 +25,6 @@ struct Encoder {
     SwsContext* scaler = nullptr;
     AVFrame* frame = nullptr;
     AVPacket* packet = nullptr;
-    std::int32_t srcWidth = 0;
-    std::int32_t srcHeight = 0;
-    bool secondHalf = false; // what the next encode buffer is prepared for
 
     ~Encoder() {
         sws_freeContext(scaler);
@@ -37,30 +33,6 @@ struct Encoder {
         avcodec_free_context(&codec);
     }
 };
-
-void FreeBuffer(void*, std::uint8_t* data) {
-    av_free(data);
-}
-
-// Hands the encoder an output buffer whose header byte already says which half of a 720p pair it
-// encodes, so that the macroblocks are placed as the decoder will look for them.
-int GetEncodeBuffer(AVCodecContext* codec, AVPacket* packet, int) {
-    const auto* self = static_cast<const Encoder*>(codec->opaque);
-    const auto size = static_cast<std::size_t>(packet->size);
-    auto* data = static_cast<std::uint8_t*>(av_malloc(size + AV_INPUT_BUFFER_PADDING_SIZE));
-    if (!data)
-        return AVERROR(ENOMEM);
-    std::memset(data, 0xFF, size + AV_INPUT_BUFFER_PADDING_SIZE);
-    if (self->secondHalf && size > 1)
-        data[1] = 0x03; // sequence 0, FSC 0, FSP 0, reserved bits 1
-    packet->buf = av_buffer_create(data, size + AV_INPUT_BUFFER_PADDING_SIZE, FreeBuffer, nullptr, 0);
-    if (!packet->buf) {
-        av_free(data);
-        return AVERROR(ENOMEM);
-    }
-    packet->data = data;
-    return 0;
-}
 
 std::unique_ptr<Encoder> MakeEncoder(const DvFormat& format, std::int32_t fieldType, std::int32_t srcWidth,
                                      std::int32_t srcHeight) {
@@ -82,8 +54,6 @@ std::unique_ptr<Encoder> MakeEncoder(const DvFormat& format, std::int32_t fieldT
     c->framerate = {format.rateNumerator, format.rateDenominator};
     c->sample_aspect_ratio = {1, 1};
     c->thread_count = 1; // the host's render threads already run in parallel
-    c->opaque = e.get();
-    c->get_encode_buffer = GetEncodeBuffer;
     if (fieldType != 0) {
         c->flags |= AV_CODEC_FLAG_INTERLACED_DCT;
         c->field_order = fieldType == 2 ? AV_FIELD_BB : AV_FIELD_TT;
@@ -108,8 +78,6 @@ std::unique_ptr<Encoder> MakeEncoder(const DvFormat& format, std::int32_t fieldT
     const int* matrix = sws_getCoefficients(format.hd ? SWS_CS_ITU709 : SWS_CS_ITU601);
     // Full-range RGB in, studio-range YUV out.
     sws_setColorspaceDetails(e->scaler, matrix, 1, matrix, 0, 0, 1 << 16, 1 << 16);
-    e->srcWidth = srcWidth;
-    e->srcHeight = srcHeight;
     return e;
 }
 
@@ -161,22 +129,19 @@ prsdk::prSuiteError Encode(Encoder& e, const DvFormat& format, const std::uint8_
         return prsdk::suiteError_Fail;
     e.frame->interlaced_frame = format.fieldType != 0;
     e.frame->top_field_first = e.codec->field_order == AV_FIELD_TT;
-    e.secondHalf = format.height == 720 && channelOffset == 2;
+    // libavcodec writes a 720p frame as the second of a pair when it has made an odd number of frames
+    // before; the count is set so that the caller's phase decides, whatever this encoder did before.
+    const bool secondHalf = format.height == 720 && channelOffset == 2;
+    e.codec->frame_number = secondHalf ? 1 : 0;
     if (avcodec_send_frame(e.codec, e.frame) < 0 || avcodec_receive_packet(e.codec, e.packet) < 0)
         return prsdk::suiteError_Fail;
-    const bool whole = e.packet->size == format.frameBytes;
-    if (whole) {
-        std::memcpy(dst, e.packet->data, static_cast<std::size_t>(format.frameBytes));
-        if (format.height == 720) {
-            // The encoder numbers the channels by how many frames it has made; the caller's phase rules.
-            for (std::size_t at = 0; at + 1 < static_cast<std::size_t>(format.frameBytes); at += kDifBlock) {
-                if (e.secondHalf)
-                    dst[at + 1] = static_cast<std::uint8_t>(dst[at + 1] & ~kFspBit);
-                else
-                    dst[at + 1] = static_cast<std::uint8_t>(dst[at + 1] | kFspBit);
-            }
-        }
+    bool whole = e.packet->size == format.frameBytes;
+    if (whole && format.height == 720) {
+        for (std::size_t at = 0; whole && at < static_cast<std::size_t>(format.frameBytes); at += kDifBlock)
+            whole = ((e.packet->data[at + 1] & kFspBit) == 0) == secondHalf;
     }
+    if (whole)
+        std::memcpy(dst, e.packet->data, static_cast<std::size_t>(format.frameBytes));
     av_packet_unref(e.packet);
     return whole ? prsdk::suiteError_NoError : prsdk::suiteError_Fail;
 }

@@ -43,6 +43,13 @@ inline std::uint32_t Fcc(const char (&t)[5]) {
            std::uint32_t(std::uint8_t(t[2])) << 16 | std::uint32_t(std::uint8_t(t[3])) << 24;
 }
 
+inline std::uint32_t FccOf(const std::string& t) {
+    std::uint32_t v = 0;
+    for (std::size_t i = 0; i < 4 && i < t.size(); ++i)
+        v |= std::uint32_t(std::uint8_t(t[i])) << (8 * i);
+    return v;
+}
+
 struct Chunk {
     std::string id;
     std::uint64_t position; // of the chunk header

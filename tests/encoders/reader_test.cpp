@@ -1,0 +1,154 @@
+// Files written through CSimpleAviEncoder, read back by tools nobody here wrote: ffprobe, ffmpeg, MediaInfo.
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <sstream>
+
+#include "host/inspect_command.h"
+#include "riff_reader.h"
+#include "test_files.h"
+
+namespace {
+
+using avitest::Quote;
+using avitest::Run;
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
+}
+
+// "key=value" lines of ffprobe's default-wrapper-free output.
+std::string Field(const std::string& text, const std::string& key) {
+    for (const std::string& line : Lines(text))
+        if (line.rfind(key + "=", 0) == 0)
+            return line.substr(key.size() + 1);
+    return "<missing " + key + ">";
+}
+
+std::uint64_t AudioSamples(const std::filesystem::path& file) {
+    const auto r =
+        Run("ffprobe -v error -select_streams a:0 -show_entries frame=nb_samples -of csv=p=0 " + Quote(file));
+    EXPECT_EQ(r.exitCode, 0) << r.errors;
+    std::uint64_t total = 0;
+    for (const std::string& line : Lines(r.output))
+        total += std::stoull(line);
+    return total;
+}
+
+struct Case {
+    const char* name;
+    avitest::ExportConfig config;
+    const char* rate; // ffprobe's r_frame_rate
+    const char* codec;
+};
+
+void CheckWithReaders(const Case& c) {
+    ASSERT_TRUE(avitest::HaveTool("ffprobe")) << "ffprobe is needed for this test";
+    ASSERT_TRUE(avitest::HaveTool("ffmpeg")) << "ffmpeg is needed for this test";
+    ASSERT_TRUE(avitest::HaveTool("mediainfo")) << "mediainfo is needed for this test";
+    avitest::TempDir dir(c.name);
+    const auto file = dir / (std::string(c.name) + ".avi");
+    const avitest::ExportResult written = avitest::WriteExport(file, c.config);
+    ASSERT_EQ(written.status, 0u);
+    const bool video = c.config.width > 0;
+
+    if (video) {
+        const auto v =
+            Run("ffprobe -v error -select_streams v:0 -count_frames -show_entries "
+                "stream=codec_name,codec_tag_string,width,height,r_frame_rate,nb_read_frames,nb_frames "
+                "-of default=nw=1 " +
+                Quote(file));
+        ASSERT_EQ(v.exitCode, 0) << v.errors;
+        EXPECT_EQ(v.errors, "");
+        EXPECT_EQ(Field(v.output, "codec_tag_string"), c.config.fourcc);
+        EXPECT_EQ(Field(v.output, "codec_name"), c.codec);
+        EXPECT_EQ(Field(v.output, "width"), std::to_string(c.config.width));
+        EXPECT_EQ(Field(v.output, "height"), std::to_string(c.config.height));
+        EXPECT_EQ(Field(v.output, "r_frame_rate"), c.rate);
+        EXPECT_EQ(Field(v.output, "nb_frames"), std::to_string(c.config.frames));
+        EXPECT_EQ(Field(v.output, "nb_read_frames"), std::to_string(c.config.frames));
+    }
+    if (c.config.channels) {
+        const auto a = Run("ffprobe -v error -select_streams a:0 -show_entries "
+                           "stream=codec_name,channels,sample_rate,bits_per_sample -of default=nw=1 " +
+                           Quote(file));
+        ASSERT_EQ(a.exitCode, 0) << a.errors;
+        EXPECT_EQ(Field(a.output, "channels"), std::to_string(c.config.channels));
+        EXPECT_EQ(Field(a.output, "sample_rate"), std::to_string(c.config.sampleRate));
+        EXPECT_EQ(Field(a.output, "bits_per_sample"), std::to_string(c.config.bits));
+        EXPECT_EQ(AudioSamples(file), written.samples);
+    }
+
+    const auto decode = Run("ffmpeg -nostdin -v error -i " + Quote(file) + " -map 0 -f null -");
+    EXPECT_EQ(decode.exitCode, 0);
+    EXPECT_EQ(decode.errors, "");
+
+    std::string a0 = "inspect", a1 = file.string();
+    char* argv[] = {a0.data(), a1.data()};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
+    const std::string inspected = testing::internal::GetCapturedStdout();
+    EXPECT_NE(inspected.find("\nconsistent\n"), std::string::npos) << inspected;
+
+    const auto info = Run("mediainfo --Inform='General;%Format%|%VideoCount%|%AudioCount%' " + Quote(file));
+    ASSERT_EQ(info.exitCode, 0);
+    EXPECT_EQ(Lines(info.output).at(0),
+              std::string("AVI|") + (video ? "1" : "") + "|" + (c.config.channels ? "1" : ""));
+    if (video) {
+        const auto frames = Run("mediainfo --Inform='Video;%FrameCount%|%Width%|%Height%' " + Quote(file));
+        EXPECT_EQ(Lines(frames.output).at(0), std::to_string(c.config.frames) + "|" +
+                                                  std::to_string(c.config.width) + "|" +
+                                                  std::to_string(c.config.height));
+    }
+}
+
+} // namespace
+
+TEST(Readers, V210HdWithStereo16BitAudio) {
+    avitest::ExportConfig c;
+    c.fourcc = "v210";
+    c.width = 1920;
+    c.height = 1080;
+    c.frameBytes = avitest::FrameBytes("v210", 1920, 1080);
+    c.frames = 24;
+    c.channels = 2;
+    CheckWithReaders({"v210", c, "30000/1001", "v210"});
+}
+
+TEST(Readers, UyvySdWithSixChannel24BitAudio) {
+    avitest::ExportConfig c;
+    c.fourcc = "UYVY";
+    c.width = 720;
+    c.height = 486;
+    c.frameBytes = avitest::FrameBytes("UYVY", 720, 486); // not a multiple of 4096: every frame has a tail
+    c.frames = 31;
+    c.channels = 6;
+    c.bits = 24;
+    CheckWithReaders({"uyvy", c, "30000/1001", "rawvideo"});
+}
+
+TEST(Readers, AudioOnlyStereo) {
+    avitest::ExportConfig c;
+    c.frames = 45;
+    c.channels = 2;
+    c.sampleRate = 44100;
+    CheckWithReaders({"audio", c, "", ""});
+}
+
+TEST(Readers, HdycWithEightBitMonoAudio) {
+    avitest::ExportConfig c;
+    c.fourcc = "HDYC";
+    c.width = 1280;
+    c.height = 720;
+    c.frameBytes = avitest::FrameBytes("HDYC", 1280, 720);
+    c.rate = 60000;
+    c.frames = 20;
+    c.channels = 1;
+    c.bits = 8; // 801 or 800 bytes per block: odd payloads
+    CheckWithReaders({"hdyc", c, "60000/1001", "rawvideo"});
+}

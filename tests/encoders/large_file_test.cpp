@@ -1,0 +1,154 @@
+// An export larger than 2.5 GB: three RIFF segments, read back by ffprobe across every "AVIX" segment and
+// checked by the inspector; the first segment ends exactly where the 1,000,000,000-byte limit says.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "host/inspect_command.h"
+#include "riff_reader.h"
+#include "test_files.h"
+
+namespace {
+
+// Header reads at positions of a file too large to load.
+class Seeker {
+public:
+    explicit Seeker(const std::filesystem::path& path) : in_(path, std::ios::binary) {}
+    std::uint32_t U32(std::uint64_t at) {
+        std::uint32_t v = 0;
+        in_.seekg(static_cast<std::streamoff>(at));
+        in_.read(reinterpret_cast<char*>(&v), 4);
+        return v;
+    }
+    std::string Tag(std::uint64_t at) {
+        char t[4] = {};
+        in_.seekg(static_cast<std::streamoff>(at));
+        in_.read(t, 4);
+        return std::string(t, 4);
+    }
+    std::vector<avitest::Chunk> Walk(std::uint64_t begin, std::uint64_t end) {
+        std::vector<avitest::Chunk> chunks;
+        for (std::uint64_t at = begin; at + 8 <= end;) {
+            const avitest::Chunk c{Tag(at), at, U32(at + 4)};
+            chunks.push_back(c);
+            at += 8 + c.size + (c.size & 1u);
+        }
+        return chunks;
+    }
+
+private:
+    std::ifstream in_;
+};
+
+std::uint64_t Sum(const std::string& text) {
+    std::uint64_t total = 0;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty())
+            total += std::stoull(line);
+    return total;
+}
+
+} // namespace
+
+TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
+    ASSERT_TRUE(avitest::HaveTool("ffprobe")) << "ffprobe is needed for this test";
+    avitest::TempDir dir("large");
+    const auto file = dir / "large.avi";
+    avitest::ExportConfig c;
+    c.width = 1920;
+    c.height = 1080;
+    c.frameBytes = avitest::FrameBytes("v210", 1920, 1080);
+    c.frames = 470; // 2.6 GB
+    c.channels = 2;
+    const avitest::ExportResult written = avitest::WriteExport(file, c);
+    ASSERT_EQ(written.status, 0u);
+    const std::uint64_t size = std::filesystem::file_size(file);
+    ASSERT_GT(size, 2500000000u);
+
+    // Segments: "AVI " then "AVIX", each closing at the first chunk that takes it past the limit.
+    Seeker s(file);
+    std::vector<std::uint64_t> riffs;
+    for (std::uint64_t at = 0; at < size; at += 8 + s.U32(at + 4)) {
+        ASSERT_EQ(s.Tag(at), "RIFF") << at;
+        EXPECT_EQ(s.Tag(at + 8), riffs.empty() ? "AVI " : "AVIX") << at;
+        EXPECT_EQ(at % 4096, 0u);
+        riffs.push_back(at);
+    }
+    ASSERT_EQ(riffs.size(), 3u);
+    std::uint64_t frames = 0, frames1 = 0;
+    for (std::size_t i = 0; i < riffs.size(); ++i) {
+        const auto top = s.Walk(riffs[i] + 12, riffs[i] + 8 + s.U32(riffs[i] + 4));
+        const auto movi = std::find_if(top.begin(), top.end(), [&](const avitest::Chunk& k) {
+            return k.id == "LIST" && s.Tag(k.position + 8) == "movi";
+        });
+        ASSERT_NE(movi, top.end());
+        EXPECT_EQ((movi->position + 12) % 4096, 0u);
+        const auto chunks = s.Walk(movi->position + 12, movi->position + 8 + movi->size);
+        std::vector<avitest::Chunk> data;
+        for (const auto& k : chunks)
+            if (k.id != "JUNK")
+                data.push_back(k);
+        ASSERT_GE(data.size(), 3u);
+        // Each segment's movi list ends with both standard indexes.
+        EXPECT_EQ(data[data.size() - 2].id, "ix00");
+        EXPECT_EQ(data[data.size() - 1].id, "ix01");
+        for (const auto& k : data)
+            frames += k.id == "00db";
+        if (i + 1 < riffs.size()) {
+            // The last payload chunk crossed the limit; the one before it did not.
+            const avitest::Chunk& last = data[data.size() - 3];
+            const avitest::Chunk& before = data[data.size() - 4];
+            const auto endOf = [](const avitest::Chunk& k) {
+                return k.id == "00db" ? (k.position + 8 + k.size + 4095) / 4096 * 4096
+                                      : k.position + 8 + k.size;
+            };
+            EXPECT_GT(endOf(last) - riffs[i], 1000000000u);
+            EXPECT_LE(endOf(before) - riffs[i], 1000000000u + 4096u);
+        }
+        if (i == 0) {
+            frames1 = frames;
+            // idx1 and the signature close the first segment only.
+            ASSERT_GE(top.size(), 4u);
+            const auto idx1 =
+                std::find_if(top.begin(), top.end(), [](const avitest::Chunk& k) { return k.id == "idx1"; });
+            ASSERT_NE(idx1, top.end());
+            EXPECT_EQ((idx1 + 1)->id, "QVN ");
+            std::uint64_t idx1Frames = 0;
+            for (std::uint64_t e = 0; e < idx1->size / 16; ++e)
+                idx1Frames += s.Tag(idx1->position + 8 + 16 * e) == "00db";
+            EXPECT_EQ(idx1Frames, frames1);
+        } else {
+            EXPECT_EQ(
+                std::count_if(top.begin(), top.end(), [](const avitest::Chunk& k) { return k.id == "idx1"; }),
+                0);
+        }
+    }
+    EXPECT_EQ(frames, c.frames);
+    EXPECT_LT(frames1, c.frames);
+    EXPECT_EQ(s.U32(48), c.frames); // avih counts the frames of all segments
+
+    const auto video = avitest::Run("ffprobe -v error -select_streams v:0 -count_packets -show_entries "
+                                    "stream=nb_read_packets,nb_frames -of csv=p=0 " +
+                                    avitest::Quote(file));
+    ASSERT_EQ(video.exitCode, 0) << video.errors;
+    EXPECT_EQ(video.output, std::to_string(c.frames) + "," + std::to_string(c.frames) + "\n");
+    const auto audio =
+        avitest::Run("ffprobe -v error -select_streams a:0 -show_entries frame=nb_samples -of csv=p=0 " +
+                     avitest::Quote(file));
+    ASSERT_EQ(audio.exitCode, 0) << audio.errors;
+    EXPECT_EQ(Sum(audio.output), written.samples);
+    const auto lastFrames =
+        avitest::Run("ffmpeg -nostdin -v error -sseof -1 -i " + avitest::Quote(file) + " -map 0 -f null -");
+    EXPECT_EQ(lastFrames.exitCode, 0);
+    EXPECT_EQ(lastFrames.errors, ""); // the last segment decodes
+
+    std::string a0 = "inspect", a1 = file.string();
+    char* argv[] = {a0.data(), a1.data()};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
+    const std::string inspected = testing::internal::GetCapturedStdout();
+    EXPECT_NE(inspected.find("\nconsistent\n"), std::string::npos) << inspected;
+}

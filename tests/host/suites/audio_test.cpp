@@ -1,0 +1,221 @@
+// The sequence audio (tones per channel, block limits, positions) and the Premiere Audio Suite's integer
+// conversions at and beyond full scale.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "host/audio_conversion.h"
+#include "host/instance_suites.h"
+#include "host/sequence.h"
+#include "host/sequence_audio.h"
+
+namespace qvnhost {
+namespace {
+
+// Sample values and what each integer width must make of them: full scale, beyond it, half an LSB (which
+// rounds away from zero), the largest float below 1 and NaN.
+struct Case {
+    float x;
+    int u8;
+    std::int32_t s16;
+    std::int32_t s24;
+    std::int64_t s32;
+};
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kBelowOne = 1.0f - 1.0f / 16777216.0f; // 1 - 2^-24
+
+const Case kCases[] = {
+    {0.0f, 128, 0, 0, 0},
+    {1.0f, 255, 32767, 8388607, 2147483647},
+    {-1.0f, 0, -32768, -8388608, -2147483648LL},
+    {0.5f, 192, 16384, 4194304, 1073741824},
+    {-0.5f, 64, -16384, -4194304, -1073741824},
+    {1.5f, 255, 32767, 8388607, 2147483647},
+    {-1.5f, 0, -32768, -8388608, -2147483648LL},
+    {1e30f, 255, 32767, 8388607, 2147483647},
+    {kBelowOne, 255, 32767, 8388607, 2147483520},
+    {1.0f / 256.0f, 129, 128, 32768, 8388608}, // half an 8-bit step
+    {-1.0f / 256.0f, 127, -128, -32768, -8388608},
+    {1.0f / 65536.0f, 128, 1, 128, 32768}, // half a 16-bit step
+    {-1.0f / 65536.0f, 128, -1, -128, -32768},
+    {1.0f / 16777216.0f, 128, 0, 1, 128},  // half a 24-bit step
+    {std::ldexp(1.0f, -32), 128, 0, 0, 1}, // half a 32-bit step
+    {-std::ldexp(1.0f, -32), 128, 0, 0, -1},
+    {kNaN, 128, 0, 0, 0},
+};
+
+TEST(AudioSuite, ConvertsEachWidthExactlyAtAndBeyondFullScale) {
+    const prsdk::AudioSuite* s = AudioSuiteTable();
+    const prsdk::csSDK_uint32 n = std::size(kCases);
+    std::vector<float> plane(n);
+    for (std::size_t i = 0; i < n; ++i)
+        plane[i] = kCases[i].x;
+    float* planes[1] = {plane.data()};
+
+    std::vector<char> u8(n);
+    std::vector<short> s16(n);
+    std::vector<char> s24(n * 3);
+    std::vector<prsdk::int32> s32(n);
+    ASSERT_EQ(s->ConvertAndInterleaveTo8BitInteger(planes, u8.data(), 1, n), 0);
+    ASSERT_EQ(s->ConvertAndInterleaveTo16BitInteger(planes, s16.data(), 1, n), 0);
+    ASSERT_EQ(s->ConvertAndInterleaveTo24BitInteger(planes, s24.data(), 1, n), 0);
+    ASSERT_EQ(s->ConvertAndInterleaveTo32BitInteger(planes, s32.data(), 1, n), 0);
+    for (std::size_t i = 0; i < n; ++i) {
+        SCOPED_TRACE(::testing::Message() << "sample " << i << " = " << kCases[i].x);
+        EXPECT_EQ(static_cast<unsigned char>(u8[i]), kCases[i].u8);
+        EXPECT_EQ(s16[i], kCases[i].s16);
+        const auto* b = reinterpret_cast<const unsigned char*>(&s24[i * 3]);
+        const std::uint32_t bits = static_cast<std::uint32_t>(kCases[i].s24) & 0xFFFFFF;
+        EXPECT_EQ(b[0], bits & 0xFF); // least significant byte first
+        EXPECT_EQ(b[1], bits >> 8 & 0xFF);
+        EXPECT_EQ(b[2], bits >> 16);
+        EXPECT_EQ(s32[i], kCases[i].s32);
+    }
+}
+
+TEST(AudioSuite, InterleavesChannelsFrameByFrameAndReadsBack) {
+    const prsdk::AudioSuite* s = AudioSuiteTable();
+    // Three channels, four frames: sample i of channel c is (c * 4 + i) / 16.
+    std::vector<std::vector<float>> in(3, std::vector<float>(4));
+    for (int c = 0; c < 3; ++c)
+        for (int i = 0; i < 4; ++i)
+            in[c][i] = static_cast<float>(c * 4 + i) / 16.0f;
+    float* planes[3] = {in[0].data(), in[1].data(), in[2].data()};
+    std::vector<short> s16(12);
+    ASSERT_EQ(s->ConvertAndInterleaveTo16BitInteger(planes, s16.data(), 3, 4), 0);
+    for (int i = 0; i < 4; ++i)
+        for (int c = 0; c < 3; ++c)
+            EXPECT_EQ(s16[i * 3 + c], (c * 4 + i) * 2048);
+
+    std::vector<std::vector<float>> out(3, std::vector<float>(4, -9.0f));
+    float* back[3] = {out[0].data(), out[1].data(), out[2].data()};
+    ASSERT_EQ(s->UninterleaveAndConvertFrom16BitInteger(s16.data(), back, 3, 4), 0);
+    EXPECT_EQ(out, in);
+
+    // The extremes of each width read back as v / 2^(bits-1); 24-bit values are sign-extended.
+    unsigned char u8[2] = {0, 255};
+    float a[2];
+    float* pa[1] = {a};
+    ASSERT_EQ(s->UninterleaveAndConvertFrom8BitInteger(reinterpret_cast<char*>(u8), pa, 1, 2), 0);
+    EXPECT_EQ(a[0], -1.0f);
+    EXPECT_EQ(a[1], 127.0f / 128.0f);
+    unsigned char s24[6] = {0x00, 0x00, 0x80, 0xFF, 0xFF, 0xFF};
+    ASSERT_EQ(s->UninterleaveAndConvertFrom24BitInteger(reinterpret_cast<char*>(s24), pa, 1, 2), 0);
+    EXPECT_EQ(a[0], -1.0f);
+    EXPECT_EQ(a[1], -1.0f / 8388608.0f);
+    prsdk::int32 s32[2] = {std::numeric_limits<prsdk::int32>::min(), 1 << 30};
+    ASSERT_EQ(s->UninterleaveAndConvertFrom32BitInteger(s32, pa, 1, 2), 0);
+    EXPECT_EQ(a[0], -1.0f);
+    EXPECT_EQ(a[1], 0.5f);
+
+    // Missing buffers or channels are refused with a negative result, which the exporter tests for.
+    float* holes[2] = {in[0].data(), nullptr};
+    EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(holes, s16.data(), 2, 4), 0);
+    EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(planes, nullptr, 3, 4), 0);
+    EXPECT_LT(
+        s->ConvertAndInterleaveTo32BitInteger(planes, reinterpret_cast<prsdk::int32*>(s16.data()), 0, 4), 0);
+}
+
+class SequenceAudio : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetAudioHost();
+        CurrentSequence() = SequenceInfo{};
+    }
+    void TearDown() override { ResetAudioHost(); }
+    const prsdk::SequenceAudioSuite* s = SequenceAudioSuiteTable();
+};
+
+constexpr prsdk::PrTime kNtscFrame = kTicksPerSecond / 30000 * 1001;
+
+TEST_F(SequenceAudio, EachChannelCarriesItsOwnToneFromTheStartTime) {
+    // Ten NTSC frames in: 10 x 1601.6 = 16016 samples at 48 kHz.
+    prsdk::csSDK_uint32 id = 0;
+    ASSERT_EQ(s->MakeAudioRenderer(1, 10 * kNtscFrame, prsdk::kPrAudioChannelType_51,
+                                   prsdk::kPrAudioSampleType_32BitFloat, 48000.0f, &id),
+              0);
+    prsdk::csSDK_int32 blip = 0;
+    ASSERT_EQ(s->GetMaxBlip(id, kNtscFrame, &blip), 0);
+    std::vector<std::vector<float>> ch(6, std::vector<float>(48000));
+    for (std::size_t done = 0; done < 48000;) {
+        const auto m = static_cast<prsdk::csSDK_uint32>(
+            std::min<std::size_t>(static_cast<std::size_t>(blip), 48000 - done));
+        float* planes[6];
+        for (int c = 0; c < 6; ++c)
+            planes[c] = ch[c].data() + done;
+        ASSERT_EQ(s->GetAudio(id, m, planes, 0), 0);
+        done += m;
+    }
+    constexpr double kTwoPi = 6.283185307179586;
+    std::vector<int> crossings(6);
+    for (int c = 0; c < 6; ++c) {
+        const double f = 440.0 * (c + 1);
+        for (int i = 0; i < 48000; ++i) {
+            const double expected = 0.5 * std::sin(kTwoPi * f * (16016.0 + i) / 48000.0);
+            ASSERT_NEAR(ch[c][i], expected, 2e-6) << "channel " << c << " sample " << i;
+            if (i > 0 && (ch[c][i - 1] < 0) != (ch[c][i] < 0))
+                ++crossings[c];
+        }
+    }
+    // One second of each: two zero crossings per cycle, so every channel is told apart by its count.
+    for (int c = 0; c < 6; ++c)
+        EXPECT_NEAR(crossings[c], 2 * 440 * (c + 1), 2) << "channel " << c;
+    EXPECT_EQ(s->ReleaseAudioRenderer(1, id), 0);
+}
+
+TEST_F(SequenceAudio, BlocksAreLimitedToTheLargestBlockAndPositionsAdvanceExactly) {
+    prsdk::csSDK_uint32 id = 0;
+    ASSERT_EQ(s->MakeAudioRenderer(1, 0, prsdk::kPrAudioChannelType_Stereo,
+                                   prsdk::kPrAudioSampleType_16BitInt, 48000.0f, &id),
+              0);
+    prsdk::csSDK_int32 blip = 0;
+    ASSERT_EQ(s->GetMaxBlip(id, kNtscFrame, &blip), 0);
+    EXPECT_EQ(blip, 1602); // 1601.6 samples per NTSC frame, rounded up
+    ASSERT_EQ(s->GetMaxBlip(id, kTicksPerSecond / 25, &blip), 0);
+    EXPECT_EQ(blip, 1920); // exactly one PAL frame
+    EXPECT_LT(s->GetMaxBlip(id, 0, &blip), 0);
+
+    std::vector<float> l(4000), r(4000);
+    float* planes[2] = {l.data(), r.data()};
+    EXPECT_LT(s->GetAudio(id, 1921, planes, 0), 0); // one sample frame over the limit
+    EXPECT_EQ(AudioHostState().problems.front(),
+              "GetAudio asked for 1921 sample frames, more than the largest block 1920");
+
+    // 1000 + 1920 + 7 frames continue each other exactly: the same as one long read from another renderer.
+    std::vector<float> pieces;
+    for (prsdk::csSDK_uint32 m : {1000u, 1920u, 7u}) {
+        ASSERT_EQ(s->GetAudio(id, m, planes, 0), 0);
+        pieces.insert(pieces.end(), l.begin(), l.begin() + m);
+    }
+    ASSERT_EQ(s->ResetAudioToBeginning(id), 0);
+    ASSERT_EQ(s->GetAudio(id, 1000, planes, 0), 0);
+    EXPECT_TRUE(std::equal(l.begin(), l.begin() + 1000, pieces.begin())) << "reset returns to the start";
+
+    EXPECT_EQ(AudioHostState().sampleFrames, 1000u + 1920u + 7u + 1000u);
+    EXPECT_EQ(s->ReleaseAudioRenderer(1, id), 0);
+    EXPECT_LT(s->ReleaseAudioRenderer(1, id), 0);
+
+    // 44.1 kHz at 23.976: 1839.3375 per frame, rounded up.
+    ASSERT_EQ(s->MakeAudioRenderer(1, 0, prsdk::kPrAudioChannelType_Mono, prsdk::kPrAudioSampleType_16BitInt,
+                                   44100.0f, &id),
+              0);
+    ASSERT_EQ(s->GetMaxBlip(id, kTicksPerSecond / 24000 * 1001, &blip), 0);
+    EXPECT_EQ(blip, 1840);
+    // Left unreleased: the host reports it.
+    const AudioHostReport report = AudioHostState();
+    EXPECT_EQ(report.renderersMade, 2u);
+    EXPECT_EQ(report.renderersReleased, 1u);
+    EXPECT_EQ(report.problems.back(), "audio renderer " + std::to_string(id) + " not released");
+    // Channel types outside mono, stereo and 5.1 are refused.
+    EXPECT_LT(s->MakeAudioRenderer(1, 0, static_cast<prsdk::PrAudioChannelType>(4),
+                                   prsdk::kPrAudioSampleType_16BitInt, 48000.0f, &id),
+              0);
+}
+
+} // namespace
+} // namespace qvnhost

@@ -1,0 +1,311 @@
+// Asynchronous renders: every request completes exactly once, on several host threads, in an order the
+// seed reproduces; frames come in the format the host picks, with the layout asked for.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "host/frame_stamp.h"
+#include "host/host_frame.h"
+#include "host/ppix_suites.h"
+#include "host/render_scheduler.h"
+#include "host/render_suites.h"
+#include "host/sequence.h"
+#include "platform/sleep.h"
+
+namespace qvnhost {
+namespace {
+
+// Runs `count` jobs on `threads` threads; answers the dispatch order and checks each job ran once.
+std::vector<std::int64_t> RunJobs(int threads, std::uint64_t seed, int count, int* mostConcurrent,
+                                  std::set<std::thread::id>* threadIds) {
+    std::mutex mutex;
+    std::map<std::int64_t, int> runs;
+    std::vector<std::int64_t> order;
+    {
+        RenderScheduler scheduler(threads, seed);
+        for (int i = 0; i < count; ++i) {
+            scheduler.Submit(i, [&, i] {
+                QVN::SleepMs(1); // long enough for the jobs of a window to overlap
+                std::lock_guard<std::mutex> hold(mutex);
+                ++runs[i];
+                threadIds->insert(std::this_thread::get_id());
+            });
+        }
+        scheduler.Drain();
+        order = scheduler.DispatchOrder();
+        *mostConcurrent = scheduler.MostConcurrent();
+        EXPECT_EQ(scheduler.Dropped(), 0u);
+    }
+    EXPECT_EQ(static_cast<int>(runs.size()), count);
+    for (const auto& [tag, n] : runs)
+        EXPECT_EQ(n, 1) << "job " << tag;
+    return order;
+}
+
+TEST(RenderScheduler, RunsEveryJobOnceConcurrentlyInAnOrderTheSeedReproduces) {
+    int concurrent = 0;
+    std::set<std::thread::id> ids;
+    // 203 jobs: the last window is part-full and is released by Drain.
+    const std::vector<std::int64_t> a = RunJobs(4, 7, 203, &concurrent, &ids);
+    EXPECT_GT(concurrent, 1);
+    EXPECT_GT(ids.size(), 1u);
+    ASSERT_EQ(a.size(), 203u);
+    std::vector<std::int64_t> sorted = a;
+    std::sort(sorted.begin(), sorted.end());
+    for (std::int64_t i = 0; i < 203; ++i)
+        ASSERT_EQ(sorted[static_cast<std::size_t>(i)], i);
+    EXPECT_FALSE(std::is_sorted(a.begin(), a.end()));
+
+    std::set<std::thread::id> ids2;
+    EXPECT_EQ(RunJobs(4, 7, 203, &concurrent, &ids2), a) << "same seed, same order";
+    // The order does not depend on the thread count, only on the seed.
+    EXPECT_EQ(RunJobs(2, 7, 203, &concurrent, &ids2), a);
+    EXPECT_NE(RunJobs(4, 8, 203, &concurrent, &ids2), a) << "another seed, another order";
+
+    // Windows of 8: no job is handed out before every job of the windows before it.
+    for (std::size_t i = 0; i < a.size(); ++i)
+        EXPECT_EQ(a[i] / 8, static_cast<std::int64_t>(i / 8)) << "position " << i;
+}
+
+TEST(RenderScheduler, ReleasesAPartWindowWhenSubmissionsPauseAndDropsWhatIsLeftOnStop) {
+    std::atomic<int> ran{0};
+    RenderScheduler scheduler(2, 1, 8, 20);
+    for (int i = 0; i < 3; ++i)
+        scheduler.Submit(i, [&] { ++ran; });
+    // No Drain: the three wait for five more, then go after the pause.
+    const std::uint64_t start = QVN::MonotonicMs();
+    while (ran.load() < 3 && QVN::MonotonicMs() - start < 5000)
+        QVN::SleepMs(2);
+    EXPECT_EQ(ran.load(), 3);
+
+    RenderScheduler stopped(1, 1, 8, 60000);
+    stopped.Submit(0, [&] { ++ran; });
+    stopped.Stop();
+    EXPECT_EQ(stopped.Dropped(), 1u);
+    EXPECT_EQ(ran.load(), 3);
+}
+
+TEST(RenderScheduler, PermutationsAreWholeAndDifferPerWindow) {
+    const std::vector<std::size_t> p = SeededPermutation(1, 0, 50);
+    std::vector<std::size_t> sorted = p;
+    std::sort(sorted.begin(), sorted.end());
+    for (std::size_t i = 0; i < sorted.size(); ++i)
+        EXPECT_EQ(sorted[i], i);
+    EXPECT_NE(SeededPermutation(1, 1, 50), p);
+    EXPECT_EQ(SeededPermutation(1, 0, 50), p);
+}
+
+// What the module would see: the completion proc's arguments and the frame through the PPix suites.
+struct Completion {
+    std::int64_t frame;
+    void* data;
+    prsdk::int32 returnVal;
+    bool hadFrame;
+    prsdk::PrPixelFormat format;
+    prsdk::int32 rowBytes;
+    std::uintptr_t address;
+    std::int64_t stamp;
+    std::thread::id thread;
+};
+
+struct Collector {
+    std::mutex mutex;
+    std::vector<Completion> done;
+    prsdk::PrTime ticksPerFrame = 0;
+    prsdk::csSDK_uint32 renderer = 0;
+};
+
+void OnFrame(prsdk::csSDK_uint32 renderer, void* ref, prsdk::PrTime time, prsdk::PPixHand frame,
+             prsdk::SequenceRender_GetFrameReturnRec* rec) {
+    auto* c = static_cast<Collector*>(ref);
+    const prsdk::PPixSuite* ppix = PPixSuiteTable();
+    Completion done{
+        time / c->ticksPerFrame,   rec->asyncCompletionData, rec->returnVal, frame != nullptr, 0, 0, 0, -1,
+        std::this_thread::get_id()};
+    EXPECT_EQ(renderer, c->renderer);
+    EXPECT_EQ(rec->outFrame, frame);
+    if (frame) {
+        char* pixels = nullptr;
+        prsdk::prRect bounds{};
+        ppix->GetPixels(frame, 0, &pixels);
+        ppix->GetBounds(frame, &bounds);
+        ppix->GetRowBytes(frame, &done.rowBytes);
+        ppix->GetPixelFormat(frame, &done.format);
+        done.address = reinterpret_cast<std::uintptr_t>(pixels);
+        // The picture's top row is the last in memory; its green bytes carry the stamp.
+        const int h = bounds.bottom;
+        if (done.format == prsdk::PrPixelFormat_BGRA_4444_8u)
+            done.stamp =
+                DecodeFrameStamp(reinterpret_cast<std::uint8_t*>(pixels) + (h - 1) * done.rowBytes + 1,
+                                 bounds.right, h, -done.rowBytes, 4);
+        EXPECT_EQ(ppix->Dispose(frame), 0);
+    }
+    std::lock_guard<std::mutex> hold(c->mutex);
+    c->done.push_back(done);
+}
+
+class RenderSuite : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetRenderHost();
+        FrameRegistry::Instance().Reset();
+        std::string error;
+        ASSERT_TRUE(source.Open(SourceOptions{}, &error));
+    }
+    void TearDown() override {
+        ResetRenderHost();
+        ConfigureRenderHost(RenderHostOptions{}, nullptr);
+    }
+
+    // Queues frames first..first+count-1 and waits for their completions.
+    void RenderAll(const RenderHostOptions& options, std::int64_t first, int count,
+                   std::vector<prsdk::PrPixelFormat> formats) {
+        ConfigureRenderHost(options, &source);
+        collector.ticksPerFrame = kTicksPerSecond / 25;
+        ASSERT_EQ(suite->MakeVideoRenderer(1, &collector.renderer, collector.ticksPerFrame), 0);
+        ASSERT_EQ(suite->SetAsyncRenderCompletionProc(collector.renderer, OnFrame, &collector), 0);
+        prsdk::SequenceRender_ParamsRec params{};
+        params.inRequestedPixelFormatArray = formats.data();
+        params.inRequestedPixelFormatArrayCount = static_cast<prsdk::int32>(formats.size());
+        params.inWidth = 96;
+        params.inHeight = 64;
+        params.inPixelAspectRatioNumerator = 1;
+        params.inPixelAspectRatioDenominator = 1;
+        params.inRenderQuality = 3;
+        std::set<prsdk::csSDK_uint32> requestIds;
+        for (int i = 0; i < count; ++i) {
+            prsdk::csSDK_uint32 requestId = 0;
+            ASSERT_EQ(suite->QueueAsyncVideoFrameRender(collector.renderer,
+                                                        (first + i) * collector.ticksPerFrame, &requestId,
+                                                        &params, 0, reinterpret_cast<void*>(first + i + 1)),
+                      0);
+            requestIds.insert(requestId);
+        }
+        EXPECT_EQ(requestIds.size(), static_cast<std::size_t>(count));
+        const std::uint64_t start = QVN::MonotonicMs();
+        for (;;) {
+            {
+                std::lock_guard<std::mutex> hold(collector.mutex);
+                if (collector.done.size() >= static_cast<std::size_t>(count))
+                    break;
+            }
+            ASSERT_LT(QVN::MonotonicMs() - start, 20000u) << "renders did not complete";
+            QVN::SleepMs(5);
+        }
+        ASSERT_EQ(suite->ReleaseVideoRenderer(1, collector.renderer), 0);
+    }
+
+    SequenceSource source;
+    Collector collector;
+    const prsdk::SequenceRenderSuite* suite = SequenceRenderSuiteTable();
+};
+
+TEST_F(RenderSuite, EveryFrameCompletesOnceWithItsDataPictureAndLayout) {
+    RenderHostOptions options;
+    options.threads = 4;
+    options.rowPadding = 20;
+    options.unaligned = true;
+    const prsdk::PrPixelFormat unknown = prsdk::MakeFourCC('y', 'u', 'v', 'x');
+    RenderAll(options, 100, 40,
+              {unknown, prsdk::PrPixelFormat_BGRA_4444_8u, prsdk::PrPixelFormat_BGRA_4444_32f});
+
+    std::map<std::int64_t, int> seen;
+    std::set<std::thread::id> threads;
+    for (const Completion& c : collector.done) {
+        SCOPED_TRACE(c.frame);
+        ++seen[c.frame];
+        threads.insert(c.thread);
+        EXPECT_EQ(c.data, reinterpret_cast<void*>(c.frame + 1));
+        EXPECT_EQ(c.returnVal, 0);
+        ASSERT_TRUE(c.hadFrame);
+        EXPECT_EQ(c.format, prsdk::PrPixelFormat_BGRA_4444_8u); // the first requested that the host renders
+        EXPECT_EQ(c.rowBytes, 96 * 4 + 20);
+        EXPECT_NE(c.address % 16, 0u);
+        EXPECT_EQ(c.stamp, c.frame);
+    }
+    ASSERT_EQ(seen.size(), 40u);
+    EXPECT_EQ(seen.begin()->first, 100);
+    EXPECT_EQ(seen.rbegin()->first, 139);
+    for (const auto& [frame, n] : seen)
+        EXPECT_EQ(n, 1) << "frame " << frame;
+    EXPECT_GT(threads.size(), 1u);
+    EXPECT_EQ(FrameRegistry::Instance().Live(), 0u);
+    const RenderHostReport report = RenderHostState();
+    EXPECT_EQ(report.requests, 40u);
+    EXPECT_EQ(report.renderersMade, report.renderersReleased);
+    EXPECT_TRUE(report.problems.empty());
+}
+
+TEST_F(RenderSuite, ForcedFormatsFailedFramesAndUnrenderableRequests) {
+    RenderHostOptions options;
+    options.threads = 3;
+    options.forcedFormat = prsdk::PrPixelFormat_BGRA_4444_16u;
+    options.failRenderAt = 5;
+    RenderAll(options, 0, 10, {prsdk::PrPixelFormat_BGRA_4444_8u});
+    int failed = 0;
+    for (const Completion& c : collector.done) {
+        if (c.frame == 5) {
+            ++failed;
+            EXPECT_NE(c.returnVal, 0);
+            EXPECT_FALSE(c.hadFrame);
+            continue;
+        }
+        EXPECT_EQ(c.returnVal, 0);
+        EXPECT_EQ(c.format, prsdk::PrPixelFormat_BGRA_4444_16u) << "the forced format, not the requested one";
+        EXPECT_EQ(c.rowBytes, 96 * 8);
+        EXPECT_EQ(c.address % 16, 0u);
+    }
+    EXPECT_EQ(failed, 1);
+    EXPECT_EQ(RenderHostState().failedRenders, 1u);
+
+    // Nothing the host renders in the list: the render completes with an error, and the host says why.
+    EXPECT_EQ(ChooseRenderFormat(nullptr, 0, 0), 0u);
+    const prsdk::PrPixelFormat yuv = prsdk::MakeFourCC('y', 'u', 'v', '2');
+    EXPECT_EQ(ChooseRenderFormat(&yuv, 1, 0), 0u);
+    collector.done.clear();
+    ResetRenderHost();
+    RenderAll(RenderHostOptions{}, 0, 1, {yuv});
+    ASSERT_EQ(collector.done.size(), 1u);
+    EXPECT_NE(collector.done[0].returnVal, 0);
+    EXPECT_FALSE(collector.done[0].hadFrame);
+    EXPECT_EQ(RenderHostState().problems.size(), 1u);
+}
+
+TEST_F(RenderSuite, SyncRenderAndMisuseOfRenderersAndFrames) {
+    ConfigureRenderHost(RenderHostOptions{}, &source);
+    prsdk::csSDK_uint32 id = 0;
+    ASSERT_EQ(suite->MakeVideoRenderer(1, &id, kTicksPerSecond / 50), 0);
+    const prsdk::PrPixelFormat f32 = prsdk::PrPixelFormat_BGRA_4444_32f;
+    prsdk::SequenceRender_ParamsRec params{&f32, 1, 48, 32, 1, 1, 3, 0, 0, 0, 1};
+    prsdk::SequenceRender_GetFrameReturnRec rec{};
+    ASSERT_EQ(suite->RenderVideoFrame(id, 3 * (kTicksPerSecond / 50), &params, 0, &rec), 0);
+    ASSERT_NE(rec.outFrame, nullptr);
+    const prsdk::PPix2Suite* ppix2 = PPix2SuiteTable();
+    std::size_t size = 0;
+    ASSERT_EQ(ppix2->GetSize(rec.outFrame, &size), 0);
+    EXPECT_EQ(size, 48u * 32u * 16u);
+    const prsdk::PPixSuite* ppix = PPixSuiteTable();
+    EXPECT_EQ(ppix->Dispose(rec.outFrame), 0);
+    EXPECT_LT(ppix->Dispose(rec.outFrame), 0) << "a frame is disposed of once";
+    prsdk::PrPixelFormat format = 0;
+    EXPECT_LT(ppix->GetPixelFormat(rec.outFrame, &format), 0);
+    EXPECT_EQ(FrameRegistry::Instance().BadDisposals(), 1u);
+
+    params.inWidth = 0;
+    EXPECT_LT(suite->QueueAsyncVideoFrameRender(id, 0, nullptr, &params, 0, nullptr), 0);
+    EXPECT_LT(suite->QueueAsyncVideoFrameRender(id + 99, 0, nullptr, &params, 0, nullptr), 0);
+    EXPECT_LT(suite->MakeVideoRenderer(1, &id, 0), 0);
+    // Left made: the host reports it.
+    const RenderHostReport report = RenderHostState();
+    ASSERT_EQ(report.problems.size(), 1u);
+    EXPECT_EQ(report.problems[0], "video renderer " + std::to_string(id) + " not released");
+}
+
+} // namespace
+} // namespace qvnhost

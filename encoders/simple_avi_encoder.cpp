@@ -1,12 +1,12 @@
 #include "encoders/simple_avi_encoder.h"
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "encoders/stream_info.h"
+#include "encoders/streaming_copy.h"
 #include "platform/text_encoding.h"
 
 namespace Status = QVN::EncoderStatus;
@@ -64,7 +64,7 @@ std::uint32_t CSimpleAviEncoder::Open(std::uint32_t hasVideo, std::uint32_t hasA
 
 std::uint32_t CSimpleAviEncoder::EncodeFrame(const void* source, std::uint32_t sourceSize,
                                              std::uint8_t* destination, std::uint32_t destinationSize) {
-    std::memcpy(destination, source, std::min(sourceSize, destinationSize));
+    QVN::StreamingCopy(destination, source, std::min(sourceSize, destinationSize));
     return sourceSize;
 }
 

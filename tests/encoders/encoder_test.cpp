@@ -2,6 +2,7 @@
 // limit, back-pressure, the pixel-aspect record and failure results.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
@@ -9,6 +10,7 @@
 
 #include "encoders/aligned_buffer_pool.h"
 #include "encoders/simple_avi_encoder.h"
+#include "encoders/streaming_copy.h"
 #include "platform/sleep.h"
 #include "riff_reader.h"
 
@@ -299,4 +301,23 @@ TEST(AviEncoder, FullQueueMakesTheProducerWait) {
 #endif
     EXPECT_EQ(encoder.Close(), 0u);
     EXPECT_EQ(U32(avitest::ReadAll(dir / "full.avi"), 48), static_cast<std::uint32_t>(kFrames));
+}
+
+TEST(StreamingCopy, CopiesEveryByteAtAnyAlignmentAndLength) {
+    std::vector<unsigned char> source(600 * 1024 + 200), destination(source.size() + 128);
+    for (std::size_t i = 0; i < source.size(); ++i)
+        source[i] = static_cast<unsigned char>(i * 131 + (i >> 9));
+    for (std::size_t length :
+         {std::size_t{0}, std::size_t{1}, std::size_t{4095}, std::size_t{256 * 1024 - 1},
+          std::size_t{256 * 1024}, std::size_t{300 * 1024 + 63}, std::size_t{600 * 1024 + 7}}) {
+        for (std::size_t shift : {0, 1, 17, 64}) {
+            std::fill(destination.begin(), destination.end(), 0xEE);
+            QVN::StreamingCopy(destination.data() + shift, source.data() + (shift * 3) % 64, length);
+            ASSERT_EQ(std::memcmp(destination.data() + shift, source.data() + (shift * 3) % 64, length), 0)
+                << length << " " << shift;
+            for (std::size_t i = 0; i < shift; ++i)
+                ASSERT_EQ(destination[i], 0xEE);
+            ASSERT_EQ(destination[shift + length], 0xEE) << length << " " << shift; // nothing past the end
+        }
+    }
 }

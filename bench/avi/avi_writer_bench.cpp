@@ -133,6 +133,7 @@ template <class Encoder> void EncoderWrite(benchmark::State& state) {
 
 } // namespace
 
+BENCHMARK(RawUnbufferedWrite)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 BENCHMARK(EncoderWrite<SimpleEncoder>)
     ->Name("EncoderWrite")
     ->ArgName("audio")

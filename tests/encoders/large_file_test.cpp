@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "encoders/avi_file.h"
 #include "host/inspect_command.h"
 #include "riff_reader.h"
 #include "test_files.h"
@@ -151,4 +152,42 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     EXPECT_EQ(QvnInspectCommand(2, argv), 0);
     const std::string inspected = testing::internal::GetCapturedStdout();
     EXPECT_NE(inspected.find("\nconsistent\n"), std::string::npos) << inspected;
+}
+
+TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
+    // 4093 standard indexes of 8188 entries each, made of repeated frames so that no payload is written.
+    avitest::TempDir dir("superindex");
+    const auto file = dir / "repeats.avi";
+    VIDEOINFOHEADER v{};
+    v.AvgTimePerFrame = 400000;
+    v.bmiHeader.biSize = 40;
+    v.bmiHeader.biWidth = 16;
+    v.bmiHeader.biHeight = 16;
+    v.bmiHeader.biCompression = avitest::Fcc("UYVY");
+    v.bmiHeader.biSizeImage = 512;
+    VideoStreamInfo video(v);
+    AVIFile avi;
+    ASSERT_EQ(avi.Open(file.string().c_str(), {&video}), S_OK);
+    unsigned char frame[512] = {};
+    ASSERT_EQ(avi.WriteChunk(0, frame, sizeof(frame), true), S_OK);
+    constexpr std::uint64_t kAccepted = 4093ull * 8188ull;
+    for (std::uint64_t i = 1; i < kAccepted; ++i)
+        ASSERT_EQ(avi.WriteRepeat(0), S_OK) << i;
+    EXPECT_EQ(avi.WriteRepeat(0), E_FAIL);
+    EXPECT_EQ(avi.WriteChunk(0, frame, sizeof(frame), true), E_FAIL);
+    EXPECT_EQ(avi.GetStream(0)->Header().dwLength, kAccepted); // refused chunks are not counted
+    ASSERT_EQ(avi.Close(), S_OK);
+
+    Seeker s(file);
+    const std::uint64_t indx = 212;
+    ASSERT_EQ(s.Tag(indx), "indx");
+    EXPECT_EQ(s.U32(indx + 12), 4094u); // the flush at close used the slot that was kept free
+    const std::uint64_t last = indx + 32 + 16 * 4093;
+    const std::uint64_t lastIx = s.U32(last) | static_cast<std::uint64_t>(s.U32(last + 4)) << 32;
+    EXPECT_EQ(s.Tag(lastIx), "ix00");
+    EXPECT_EQ(s.U32(lastIx + 12), 0u); // empty: every accepted entry went into the earlier ones
+    EXPECT_EQ(s.U32(last + 12), 0u);
+    const std::uint64_t first = indx + 32;
+    EXPECT_EQ(s.U32(first + 12), 8188u);
+    EXPECT_EQ(s.U32(48), kAccepted);
 }

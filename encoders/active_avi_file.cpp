@@ -3,6 +3,8 @@
 #include "encoders/aligned_buffer_pool.h"
 #include "platform/sleep.h"
 
+#include <new>
+
 namespace {
 
 using Hold = QVN::CAutoLock<QVN::CW32CriticalSection>;
@@ -33,16 +35,21 @@ std::uint32_t CActiveAviFile::ItemLoop() {
         if (!item)
             return 0;
         Hold hold(fileLock_);
-        const std::uint32_t stream = item->stream;
-        if (item->sequence == lastWritten_[stream] + 1)
-            WriteItem(item);
-        else
-            held_[stream][item->sequence] = item;
-        std::map<std::uint32_t, WriteFrame*>& waiting = held_[stream];
-        while (!waiting.empty() && waiting.begin()->first == lastWritten_[stream] + 1) {
-            WriteFrame* next = waiting.begin()->second;
-            waiting.erase(waiting.begin());
-            WriteItem(next);
+        try {
+            const std::uint32_t stream = item->stream;
+            if (item->sequence == lastWritten_[stream] + 1)
+                WriteItem(item);
+            else
+                held_[stream][item->sequence] = item;
+            std::map<std::uint32_t, WriteFrame*>& waiting = held_[stream];
+            while (!waiting.empty() && waiting.begin()->first == lastWritten_[stream] + 1) {
+                WriteFrame* next = waiting.begin()->second;
+                waiting.erase(waiting.begin());
+                WriteItem(next);
+            }
+        } catch (const std::bad_alloc&) {
+            // No room to hold the item back: it is dropped, as a failed write would be.
+            Discard(item);
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -25,7 +26,7 @@ AlignedBufferPool::~AlignedBufferPool() {
 void* AlignedBufferPool::Allocate(std::uint32_t size) {
     const std::size_t classSize = ClassSize(size);
     void* raw = nullptr;
-    {
+    try {
         QVN::CAutoLock<QVN::CW32CriticalSection> hold(lock_);
         std::vector<void*>& cache = classes_[classSize];
         if (!cache.empty()) {
@@ -34,6 +35,8 @@ void* AlignedBufferPool::Allocate(std::uint32_t size) {
         } else {
             raw = std::malloc(classSize);
         }
+    } catch (const std::bad_alloc&) {
+        return nullptr;
     }
     if (!raw)
         return nullptr;
@@ -50,13 +53,14 @@ void AlignedBufferPool::Release(void* buffer) {
         return;
     BlockHeader header;
     std::memcpy(&header, static_cast<unsigned char*>(buffer) - sizeof(BlockHeader), sizeof(header));
-    {
+    try {
         QVN::CAutoLock<QVN::CW32CriticalSection> hold(lock_);
         std::vector<void*>& cache = classes_[header.classSize];
         if (cache.size() < kCacheLimit) {
             cache.push_back(header.raw);
             return;
         }
+    } catch (const std::bad_alloc&) { // no room in the cache: free the block instead
     }
     std::free(header.raw);
 }

@@ -1,6 +1,7 @@
 #include "encoders/avi_encoder.h"
 
 #include <cstring>
+#include <new>
 
 #include "encoders/fourcc.h"
 #include "platform/debug_output.h"
@@ -44,6 +45,12 @@ std::uint32_t CAviEncoder::Initialise(const BITMAPINFOHEADER*, const BITMAPINFOH
     if (!targetFormat || rate == 0)
         return Status::kFailed;
     const std::size_t bytes = (static_cast<std::size_t>(bufferSize) + 15) / 16 * 16;
+    try { // the lists take room before the memory is committed, so that no buffer is ever lost
+        producerBuffers_.reserve(producerBuffers_.size() + bufferCount);
+        producerBufferSizes_.reserve(producerBufferSizes_.size() + bufferCount);
+    } catch (const std::bad_alloc&) {
+        return Status::kOutOfMemory;
+    }
     for (std::uint32_t i = 0; i < bufferCount; ++i) {
         void* buffer = QVN::CommitPages(bytes);
         if (!buffer)
@@ -68,7 +75,11 @@ std::uint32_t CAviEncoder::Initialise(const BITMAPINFOHEADER*, const BITMAPINFOH
 
 std::uint32_t CAviEncoder::GetFreeBuffers(BufferList& buffers) {
     Hold hold(lock_);
-    buffers.assign(producerBuffers_.begin(), producerBuffers_.end());
+    try {
+        buffers.assign(producerBuffers_.begin(), producerBuffers_.end());
+    } catch (const std::bad_alloc&) {
+        return Status::kOutOfMemory;
+    }
     return Status::kOk;
 }
 
@@ -86,7 +97,7 @@ std::uint32_t CAviEncoder::SetAudioFormat(std::uint16_t channels, std::uint32_t 
     if (channels == 6) {
         format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
         format.cbSize = 22;
-        // The valid-bits field stays 0 on purpose: the cards' playback software reads it as "all bits".
+        // The valid-bits field stays 0 on purpose, as in every file this writer has produced.
         audio_.dwChannelMask = 0x3F;
         audio_.SubFormat.Data1 = static_cast<std::uint32_t>(static_cast<std::int32_t>(subFormatTag));
         audio_.SubFormat.Data2 = 0x0000;
@@ -114,7 +125,7 @@ void CAviEncoder::QueueItem(WriteFrame* item, const char* fullMessage) {
 
 std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
     std::uint32_t result = Status::kOk;
-    {
+    try {
         Hold hold(lock_);
         if (!open_) // no writer thread to drain the queue
             return Status::kFailed;
@@ -133,6 +144,8 @@ std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
             EncodeComplete(n, frame, size, payload, written);
             result = written == 0 ? Status::kFailed : Status::kOk;
         }
+    } catch (const std::bad_alloc&) { // nothing may be thrown across the encoder interface
+        return Status::kOutOfMemory;
     }
     if (sink_)
         sink_->BufferCB(0.0, static_cast<BYTE*>(const_cast<void*>(frame)), static_cast<LONG>(size));
@@ -141,14 +154,18 @@ std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
 
 void CAviEncoder::EncodeComplete(std::uint32_t sequence, const void* source, std::uint32_t,
                                  std::uint8_t* payload, std::uint32_t written) {
+    returnedBuffers_.push_back(const_cast<void*>(source));
     if (written == 0) {
         pool_.Release(payload);
-    } else {
-        auto* item =
-            new WriteFrame{static_cast<std::uint32_t>(videoStream_), sequence, payload, written, &pool_};
-        QueueItem(item, "queue full in CAviEncoder::EncodeComplete\n");
+        return;
     }
-    returnedBuffers_.push_back(const_cast<void*>(source));
+    auto* item = new (std::nothrow)
+        WriteFrame{static_cast<std::uint32_t>(videoStream_), sequence, payload, written, &pool_};
+    if (!item) {
+        pool_.Release(payload);
+        throw std::bad_alloc(); // WriteVideo turns it into its out-of-memory result
+    }
+    QueueItem(item, "queue full in CAviEncoder::EncodeComplete\n");
 }
 
 std::uint32_t CAviEncoder::WriteAudio(const std::uint8_t* samples, std::uint32_t size) {
@@ -165,7 +182,12 @@ std::uint32_t CAviEncoder::WriteAudio(const std::uint8_t* samples, std::uint32_t
     if (!payload)
         return Status::kOutOfMemory;
     std::memcpy(payload, samples, size);
-    auto* item = new WriteFrame{static_cast<std::uint32_t>(audioStream_), block, payload, size, &pool_};
+    auto* item =
+        new (std::nothrow) WriteFrame{static_cast<std::uint32_t>(audioStream_), block, payload, size, &pool_};
+    if (!item) {
+        pool_.Release(payload);
+        return Status::kOutOfMemory;
+    }
     QueueItem(item, "queue full in CAviEncoder::WriteAudio\n");
     return Status::kOk;
 }

@@ -50,7 +50,7 @@ std::int64_t AVIFile::JunkSize(std::int64_t position, std::int64_t bias) {
         return 0;
     const std::int64_t end = (position + 8 - bias + align - 1) / align * align;
     std::int64_t n = end - position + bias - 8;
-    if (n < 2040) // never a tiny JUNK: some readers choke on chunks smaller than their read-ahead
+    if (n < 2040) // a short gap takes a whole extra block: the padding is never below 2040 bytes
         n += align;
     return n;
 }
@@ -132,7 +132,7 @@ void AVIFile::OpenStreams(const std::vector<StreamInfo*>& streams) {
     avih[6] = static_cast<std::uint32_t>(streams.size());
     WriteFourCC(MakeFourCC("avih"), sizeof(avih));
     Write(avih, sizeof(avih));
-    // Motion JPEG frames come from the compressor in ordinary heap buffers: no point in the aligned path.
+    // Motion JPEG payloads are small and variable: they all go through the cached handle.
     alignedWrites_ = video && video->Header().fccHandler != MakeFourCC("MJPG");
 
     streams_.clear();
@@ -285,6 +285,8 @@ HRESULT AVIFile::WriteChunk(std::uint32_t stream, const void* data, std::uint32_
         return S_OK;
     } catch (const FileError& e) {
         return e.hr;
+    } catch (const std::bad_alloc&) { // the idx1 list could not grow
+        return E_OUTOFMEMORY;
     }
 }
 

@@ -24,7 +24,9 @@ std::uint32_t CSimpleAviEncoder::Open(std::uint32_t hasVideo, std::uint32_t hasA
     if (!path || open_)
         return Status::kFailed;
     std::vector<std::unique_ptr<StreamInfo>> streams;
-    {
+    std::vector<StreamInfo*> list;
+    std::string narrow;
+    try {
         QVN::CAutoLock<QVN::CW32CriticalSection> hold(lock_);
         path_ = path;
         frameLimit_ = static_cast<std::int32_t>(frameLimit);
@@ -43,15 +45,16 @@ std::uint32_t CSimpleAviEncoder::Open(std::uint32_t hasVideo, std::uint32_t hasA
             streams.push_back(std::make_unique<AudioStreamInfo>(&audio_.Format));
             audioStream_ = videoStream_ + 1;
         }
+        for (const auto& stream : streams)
+            list.push_back(stream.get());
+        narrow = QVN::WideToUtf8(path_);
+    } catch (const std::bad_alloc&) {
+        return Status::kOutOfMemory;
     }
     if (!file_.Start(1)) {
         file_.Shutdown();
         return Status::kFailed;
     }
-    std::vector<StreamInfo*> list;
-    for (const auto& stream : streams)
-        list.push_back(stream.get());
-    const std::string narrow = QVN::WideToUtf8(path_);
     if (FAILED(file_.Open(narrow.c_str(), list))) {
         file_.Shutdown(); // no writer thread outlives a failed open
         return Status::kFailed;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -59,7 +60,11 @@ public:
             CAutoLock<Lock> hold(lock_);
             if (count_.load() > bound_)
                 return false;
-            queue_.push_back(std::move(item));
+            try {
+                queue_.push_back(std::move(item));
+            } catch (const std::bad_alloc&) { // reported like a full queue: the caller retries or drops
+                return false;
+            }
             count_.store(static_cast<std::uint32_t>(queue_.size()));
         }
         wake_.Set();

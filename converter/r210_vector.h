@@ -82,7 +82,7 @@ template <class Ops, int kDepth, bool kAligned> typename Ops::I R210Unit(const s
 // destination row holds `width` rounded up to the block, in words; W runs two units of four pixels at a
 // time, N one.
 template <class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
-void R210VectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
+[[gnu::flatten]] void R210VectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
                     std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height) {
     if (width <= 0 || height <= 0) {
         return;

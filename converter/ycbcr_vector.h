@@ -180,7 +180,7 @@ void FillTailBlock(const std::uint8_t* row, std::int32_t first, std::int32_t wid
 // One row kernel: W is the widest register set this translation unit runs (blocks in pairs), N the
 // 128-bit one for single blocks; for the SSE2 kernels both are Sse2Ops.
 template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
-void YcbcrVectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
+[[gnu::flatten]] void YcbcrVectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
                      std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
                      const float* matrix) {
     if (width <= 0 || height <= 0) {

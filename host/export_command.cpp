@@ -476,7 +476,6 @@ int Run(int argc, char** argv) {
     const double seconds = static_cast<double>(QVN::MonotonicMs() - started) / 1000.0;
     FinishProgressDisplay();
     session.End();
-    ConfigureRenderHost(render, nullptr);
 
     const RenderHostReport renderReport = RenderHostState();
     const AudioHostReport audioReport = AudioHostState();
@@ -497,6 +496,10 @@ int Run(int argc, char** argv) {
         std::fprintf(stderr, "qvnhost: %s\n", line.c_str());
     if (result != 0)
         std::fprintf(stderr, "qvnhost: export failed: the module answered %s\n", ResultText(result).c_str());
+    // Renderers the module left behind stop here, before the source they draw from goes.
+    ResetRenderHost();
+    ConfigureRenderHost(render, nullptr);
+    ResetAudioHost();
     FrameRegistry::Instance().Reset();
     return result == 0 && problems.empty() ? 0 : 1;
 }

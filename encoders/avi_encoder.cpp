@@ -125,6 +125,7 @@ void CAviEncoder::QueueItem(WriteFrame* item, const char* fullMessage) {
 
 std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
     std::uint32_t result = Status::kOk;
+    IFrameSink* sink = nullptr;
     try {
         Hold hold(lock_);
         if (!open_) // no writer thread to drain the queue
@@ -144,11 +145,12 @@ std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
             EncodeComplete(n, frame, size, payload, written);
             result = written == 0 ? Status::kFailed : Status::kOk;
         }
+        sink = sink_;
     } catch (const std::bad_alloc&) { // nothing may be thrown across the encoder interface
         return Status::kOutOfMemory;
     }
-    if (sink_)
-        sink_->BufferCB(0.0, static_cast<BYTE*>(const_cast<void*>(frame)), static_cast<LONG>(size));
+    if (sink) // outside the lock: the observer may take its time
+        sink->BufferCB(0.0, static_cast<BYTE*>(const_cast<void*>(frame)), static_cast<LONG>(size));
     return result;
 }
 

@@ -227,7 +227,8 @@ TEST(AviEncoder, PixelAspectRecordIsAppendedAfterClose) {
 
 TEST(AviEncoder, FailuresLeaveNoThreadBehind) {
     avitest::TempDir dir("fail");
-    std::thread([] {}).join(); // runtimes that start a helper thread with the first thread (TSan) have done so
+    std::thread([] {
+    }).join(); // runtimes that start a helper thread with the first thread (TSan) have done so
     const std::size_t threadsBefore = ThreadsOfProcess();
     {
         CSimpleAviEncoder encoder(Fcc("UYVY"));

@@ -8,6 +8,7 @@
 #include <random>
 #include <sstream>
 
+#include "encoders/simple_avi_encoder.h"
 #include "host/inspect_command.h"
 #include "riff_reader.h"
 #include "test_files.h"
@@ -179,4 +180,26 @@ TEST(Inspect, UsageErrorsExitWithTwoAndOneLine) {
     const Outcome missing = Inspect({"/nonexistent/dir/file.avi"});
     EXPECT_EQ(missing.code, 1);
     EXPECT_NE(missing.err.find("cannot open"), std::string::npos);
+}
+
+TEST(Inspect, PixelAspectRecordAfterTheFileIsNoProblem) {
+    avitest::TempDir dir("inspect-par");
+    const auto file = dir / "par.avi";
+    CSimpleAviEncoder encoder(avitest::Fcc("UYVY"));
+    BITMAPINFOHEADER bmi{};
+    bmi.biSize = 40;
+    bmi.biWidth = 8;
+    bmi.biHeight = 8;
+    bmi.biSizeImage = 128;
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 128, nullptr), 0u);
+    BufferList buffers;
+    encoder.GetFreeBuffers(buffers);
+    ASSERT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, file.wstring().c_str()), 0u);
+    ASSERT_EQ(encoder.WriteVideo(buffers[0], 128), 0u);
+    ASSERT_EQ(encoder.Close(), 0u);
+    ASSERT_EQ(encoder.WritePixelAspect(10, 11), 0u);
+    const Outcome o = Inspect({file.string()});
+    EXPECT_EQ(o.code, 0) << o.out;
+    EXPECT_NE(o.out.find("form=\"AVIX\""), std::string::npos);
+    EXPECT_NE(o.out.find("chunk id=\"PrmA\""), std::string::npos);
 }

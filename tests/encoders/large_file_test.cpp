@@ -191,3 +191,24 @@ TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
     EXPECT_EQ(s.U32(first + 12), 8188u);
     EXPECT_EQ(s.U32(48), kAccepted);
 }
+
+TEST(LargeFile, FfmpegOpenDmlFileIsConsistentToTheInspector) {
+    // ffmpeg starts its second segment after 1 GB and keeps the total in dmlh rather than avih.
+    ASSERT_TRUE(avitest::HaveTool("ffmpeg")) << "ffmpeg is needed for this test";
+    avitest::TempDir dir("ffodml");
+    const auto file = dir / "odml.avi";
+    const auto r =
+        avitest::Run("ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=1920x1080:rate=25 -f lavfi -i "
+                     "sine=sample_rate=48000 -t 11 -c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le " +
+                     avitest::Quote(file));
+    ASSERT_EQ(r.exitCode, 0) << r.errors;
+    std::string a0 = "inspect", a1 = file.string();
+    char* argv[] = {a0.data(), a1.data()};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("form=\"AVIX\""), std::string::npos) << out;
+    EXPECT_NE(out.find("chunk id=\"dmlh\""), std::string::npos) << out;
+    EXPECT_NE(out.find("total_frames=275"), std::string::npos) << out; // 11 s at 25 fps, in dmlh
+    EXPECT_NE(out.find("\nconsistent\n"), std::string::npos) << out;
+}

@@ -31,18 +31,24 @@ template <class Ops, int kDepth, bool kAligned> typename Ops::I R210Unit(const s
     using I = typename Ops::I;
     constexpr std::ptrdiff_t kLane = kUnitBytes<kDepth>;
     if constexpr (kDepth == kDepth8u) {
-        // code = (((c << 7) + 19) * 1752 >> 16) + 64; the upper 16 bits of each lane are zero, so the
-        // 16-bit high multiply gives the 32-bit lane's result.
+        // code = (((c << 7) + 19) * 1752 >> 16) + 64, computed as (((c << 8) + 38) * 876 >> 16) + 64 (the
+        // same product), which lets the widening put c straight into the upper byte of each 16-bit lane. The
+        // word is then assembled with one multiply-add, B + 1024 G and 16 R, from the codes less 64, the
+        // three offsets added at once, and its bytes reversed: the same word the shifts and masks of
+        // R210Words build.
         const I x = Ops::template LoadLanes<kAligned>(p, kLane);
-        const I mask = Ops::Set32(0xFF);
-        const I k19 = Ops::Set32(19);
-        const I k1752 = Ops::Set32(1752);
-        const I k64 = Ops::Set32(64);
-        const auto code = [&](I c) {
-            return Ops::Add32(Ops::MulhiU16(Ops::Add32(Ops::template Slli32<7>(c), k19), k1752), k64);
-        };
-        return R210Words<Ops>(code(Ops::And(Ops::template Srli32<16>(x), mask)),
-                              code(Ops::And(Ops::template Srli32<8>(x), mask)), code(Ops::And(x, mask)));
+        const I zero = Ops::Zero();
+        const I k38 = Ops::Set16(38);
+        const I k876 = Ops::Set16(876);
+        const I weights = Ops::SetPixel16(1, 1024, 16, 0);
+        const auto codes = [&](I c8) { return Ops::Madd(Ops::MulhiU16(Ops::Add16(c8, k38), k876), weights); };
+        const I p01 = codes(Ops::Unpacklo8(zero, x)); // B0 + 1024 G0, 16 R0, B1 + 1024 G1, 16 R1
+        const I p23 = codes(Ops::Unpackhi8(zero, x));
+        const I bg = Ops::template Shuffle32Pair<_MM_SHUFFLE(2, 0, 2, 0)>(p01, p23);
+        const I r16 = Ops::template Shuffle32Pair<_MM_SHUFFLE(3, 1, 3, 1)>(p01, p23);
+        const I word =
+            Ops::Add32(Ops::Add32(bg, Ops::template Slli32<16>(r16)), Ops::Set32(64 | 64 << 10 | 64 << 20));
+        return Ops::ByteSwap32(word);
     } else if constexpr (kDepth == kDepth16u) {
         // code = (c * 1752 >> 16) + 64 on every component; components above 32768 count as 32768.
         const I limit = Ops::Set16(static_cast<std::int16_t>(-32768));
@@ -83,7 +89,7 @@ template <class Ops, int kDepth, bool kAligned> typename Ops::I R210Unit(const s
 // time, N one.
 template <class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
 [[gnu::flatten]] void R210VectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
-                    std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height) {
+                                     std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height) {
     if (width <= 0 || height <= 0) {
         return;
     }

@@ -97,14 +97,65 @@ struct Sse2Ops {
         return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), imm));
     }
 
+    template <int imm> static I Shuffle32(I a) { return _mm_shuffle_epi32(a, imm); }
+    // The upper half of a, then the lower half of b.
+    static I HighLowHalves(I a, I b) {
+        return _mm_castpd_si128(_mm_shuffle_pd(_mm_castsi128_pd(a), _mm_castsi128_pd(b), 1));
+    }
+
+    // The compositions below give the same bytes with either instruction sequence; the byte shuffle is
+    // there where this translation unit may use it (the 128-bit code of the AVX2 kernels).
+
+    // Four 8u pixels to the even ones (0, 2) and the odd ones (1, 3), widened to 16-bit lanes.
+    static void SplitPixels8u(I x, I& even, I& odd) {
+#if defined(__SSSE3__)
+        even = _mm_shuffle_epi8(x, _mm_setr_epi8(0, -1, 1, -1, 2, -1, 3, -1, 8, -1, 9, -1, 10, -1, 11, -1));
+        odd = _mm_shuffle_epi8(x, _mm_setr_epi8(4, -1, 5, -1, 6, -1, 7, -1, 12, -1, 13, -1, 14, -1, 15, -1));
+#else
+        const I s = _mm_shuffle_epi32(x, _MM_SHUFFLE(3, 1, 2, 0));
+        even = _mm_unpacklo_epi8(s, _mm_setzero_si128());
+        odd = _mm_unpackhi_epi8(s, _mm_setzero_si128());
+#endif
+    }
+    // UYVY bytes of eight pixels from chroma Cb(n), Cb(n+2), Cr(n), Cr(n+2), ... and luma in the order
+    // n, n+2, n+1, n+3, ...; the unsigned saturating pack limits every value to 0..255.
+    static I UyvyBytes(I c, I y) {
+#if defined(__SSSE3__)
+        return _mm_shuffle_epi8(_mm_packus_epi16(c, y),
+                                _mm_setr_epi8(0, 8, 2, 10, 1, 9, 3, 11, 4, 12, 6, 14, 5, 13, 7, 15));
+#else
+        return _mm_packus_epi16(_mm_shuffle_epi32(_mm_unpacklo_epi16(c, y), _MM_SHUFFLE(3, 1, 2, 0)),
+                                _mm_shuffle_epi32(_mm_unpackhi_epi16(c, y), _MM_SHUFFLE(3, 1, 2, 0)));
+#endif
+    }
+    // Reverses the bytes of every 32-bit lane.
+    static I ByteSwap32(I v) {
+#if defined(__SSSE3__)
+        return _mm_shuffle_epi8(v, _mm_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12));
+#else
+        const I halves = _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+        return _mm_shufflehi_epi16(_mm_shufflelo_epi16(halves, 0xB1), 0xB1);
+#endif
+    }
+
     // maxps returns its second operand when either is NaN, so NaN becomes 0.0 here.
-    static F ClampUnit(F a) { return _mm_min_ps(_mm_max_ps(a, _mm_setzero_ps()), _mm_set1_ps(1.0f)); }
-    static F MulF(F a, F b) { return _mm_mul_ps(a, b); }
-    static I RoundToInt(F a) { return _mm_cvtps_epi32(a); } // nearest, ties to even (default MXCSR)
+    static F ClampUnit(F a) {
+        return _mm_min_ps(_mm_max_ps(a, _mm_setzero_ps()), _mm_set1_ps(1.0f));
+    }
+    static F MulF(F a, F b) {
+        return _mm_mul_ps(a, b);
+    }
+    static I RoundToInt(F a) {
+        return _mm_cvtps_epi32(a);
+    } // nearest, ties to even (default MXCSR)
 
     // The register whose last pixel precedes a block: for one lane the carried register itself.
-    static I Previous(I carry, I /*current*/) { return carry; }
-    static I RowStartCarry(I firstPixelTwice) { return firstPixelTwice; }
+    static I Previous(I carry, I /*current*/) {
+        return carry;
+    }
+    static I RowStartCarry(I firstPixelTwice) {
+        return firstPixelTwice;
+    }
 
     static void Prefetch(const std::uint8_t* p) {
         _mm_prefetch(reinterpret_cast<const char*>(p), _MM_HINT_NTA);
@@ -177,6 +228,26 @@ struct Avx2Ops {
     }
     template <int imm> static I Shuffle32Pair(I a, I b) {
         return _mm256_castps_si256(_mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), imm));
+    }
+
+    template <int imm> static I Shuffle32(I a) { return _mm256_shuffle_epi32(a, imm); }
+    static I HighLowHalves(I a, I b) { return _mm256_alignr_epi8(b, a, 8); }
+    static void SplitPixels8u(I x, I& even, I& odd) {
+        even = _mm256_shuffle_epi8(x, _mm256_setr_epi8(0, -1, 1, -1, 2, -1, 3, -1, 8, -1, 9, -1, 10, -1, 11,
+                                                       -1, 0, -1, 1, -1, 2, -1, 3, -1, 8, -1, 9, -1, 10, -1,
+                                                       11, -1));
+        odd = _mm256_shuffle_epi8(x, _mm256_setr_epi8(4, -1, 5, -1, 6, -1, 7, -1, 12, -1, 13, -1, 14, -1, 15,
+                                                      -1, 4, -1, 5, -1, 6, -1, 7, -1, 12, -1, 13, -1, 14, -1,
+                                                      15, -1));
+    }
+    static I UyvyBytes(I c, I y) {
+        return _mm256_shuffle_epi8(_mm256_packus_epi16(c, y),
+                                   _mm256_setr_epi8(0, 8, 2, 10, 1, 9, 3, 11, 4, 12, 6, 14, 5, 13, 7, 15, 0,
+                                                    8, 2, 10, 1, 9, 3, 11, 4, 12, 6, 14, 5, 13, 7, 15));
+    }
+    static I ByteSwap32(I v) {
+        return _mm256_shuffle_epi8(v, _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12,
+                                                       3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12));
     }
 
     static F ClampUnit(F a) {

@@ -28,60 +28,82 @@ template <class Ops> Q15Matrix<Ops> MakeQ15Matrix(const float* m) {
             Ops::SetPixel16(q(m[8]), q(m[7]), q(m[6]), 0), Ops::Set16(1)};
 }
 
-// Loads a block (per lane) as twelve registers of two pixels each, B, G, R, A in 16-bit lanes, on the
-// common scale: 8u << 6 (255 gives 16320), 16u >> 1 (32768 gives 16384), 32f clamped, times 16384 and
-// rounded to nearest.
-template <class Ops, int kDepth, bool kAligned>
-void LoadScaledBlock(const std::uint8_t* p, typename Ops::I (&r)[12]) {
+// A block (per lane) as six runs of four pixels n..n+3, each held as the even pixels e = (n, n+2) and the
+// odd pixels o = (n+1, n+3), B, G, R, A in 16-bit lanes. Chroma is taken at the even pixels and filtered
+// with the odd ones, so this split saves regrouping the pixels for the filter.
+template <class Ops> struct ScaledBlock { typename Ops::I e[6], o[6]; };
+
+// 16u and 32f are brought to the common scale: 16u >> 1 (32768 gives 16384), 32f clamped, times 16384 and
+// rounded to nearest. 8u is kept as it is: its scaled value would be the component << 6 (255 gives
+// 16320), and ConvertBlock applies that factor exactly through its shift counts instead.
+template <class Ops, int kDepth, bool kAligned> ScaledBlock<Ops> LoadScaledBlock(const std::uint8_t* p) {
     constexpr std::ptrdiff_t kBlockBytes = kBlockPixels * kPixelBytes[kDepth];
+    ScaledBlock<Ops> b;
     if constexpr (kDepth == kDepth8u) {
-        const typename Ops::I zero = Ops::Zero();
-        for (int i = 0; i < 6; ++i) {
-            const typename Ops::I x = Ops::template LoadLanes<kAligned>(p + 16 * i, kBlockBytes);
-            r[2 * i] = Ops::template Slli16<6>(Ops::Unpacklo8(x, zero));
-            r[2 * i + 1] = Ops::template Slli16<6>(Ops::Unpackhi8(x, zero));
+        for (int k = 0; k < 6; ++k) {
+            Ops::SplitPixels8u(Ops::template LoadLanes<kAligned>(p + 16 * k, kBlockBytes), b.e[k], b.o[k]);
         }
     } else if constexpr (kDepth == kDepth16u) {
-        for (int i = 0; i < 12; ++i) {
-            r[i] = Ops::template Srli16<1>(Ops::template LoadLanes<kAligned>(p + 16 * i, kBlockBytes));
+        for (int k = 0; k < 6; ++k) {
+            const typename Ops::I a = Ops::template LoadLanes<kAligned>(p + 32 * k, kBlockBytes);
+            const typename Ops::I c = Ops::template LoadLanes<kAligned>(p + 32 * k + 16, kBlockBytes);
+            b.e[k] = Ops::template Srli16<1>(Ops::Unpacklo64(a, c));
+            b.o[k] = Ops::template Srli16<1>(Ops::Unpackhi64(a, c));
         }
     } else {
         const typename Ops::F scale = Ops::SetF(16384.0f);
-        for (int i = 0; i < 12; ++i) {
-            const typename Ops::F a = Ops::template LoadLanesF<kAligned>(p + 32 * i, kBlockBytes);
-            const typename Ops::F b = Ops::template LoadLanesF<kAligned>(p + 32 * i + 16, kBlockBytes);
-            r[i] = Ops::Packs32(Ops::RoundToInt(Ops::MulF(Ops::ClampUnit(a), scale)),
-                                Ops::RoundToInt(Ops::MulF(Ops::ClampUnit(b), scale)));
+        const auto pixel = [&](int i) {
+            return Ops::RoundToInt(Ops::MulF(
+                Ops::ClampUnit(Ops::template LoadLanesF<kAligned>(p + 16 * i, kBlockBytes)), scale));
+        };
+        for (int k = 0; k < 6; ++k) {
+            b.e[k] = Ops::Packs32(pixel(4 * k), pixel(4 * k + 2));
+            b.o[k] = Ops::Packs32(pixel(4 * k + 1), pixel(4 * k + 3));
         }
     }
+    return b;
 }
 
-// Y of 24 pixels as three registers of eight, and chroma as three registers holding, per run of four
-// pixels n..n+3, Cb(n), Cb(n+2), Cr(n), Cr(n+2). `previous` holds, in its upper half, the pixel before
-// the block. Values leave here already offset but not yet limited.
-template <class Ops, int kShift, std::int16_t kYOffset, std::int16_t kCOffset>
-void ConvertBlock(const typename Ops::I (&r)[12], typename Ops::I previous, const Q15Matrix<Ops>& q,
+// Y of 24 pixels as three registers of eight, each in the order n, n+2, n+1, n+3, n+4, n+6, n+5, n+7, and
+// chroma as three registers holding, per run of four pixels n..n+3, Cb(n), Cb(n+2), Cr(n), Cr(n+2).
+// `previous` holds, in its upper half, the pixel before the block. Values leave here already offset but
+// not yet limited.
+//
+// For 8u, with S = 64c: (S_B qB + S_G qG) >> 15 equals (c_B qB + c_G qG) >> 9 (also where a logical shift
+// of a negative sum saturates in the pack: both then give 32767); the filter's sums of multiples of 64
+// never truncate, so F = 16 (2c(n) + c(n-1) + c(n+1)) and (F q) >> 15 equals ((2c(n) + c(n-1) + c(n+1)) q)
+// >> 11. The results are those of the scaled arithmetic, with fewer operations.
+template <class Ops, int kDepth, int kShift, std::int16_t kYOffset, std::int16_t kCOffset>
+void ConvertBlock(const ScaledBlock<Ops>& b, typename Ops::I previous, const Q15Matrix<Ops>& q,
                   typename Ops::I (&y)[3], typename Ops::I (&c)[3]) {
     using I = typename Ops::I;
-    // Luma: the two partial sums (B+G, R+0) are shifted by 15 and saturated to 16 bits, then added by
-    // the multiply-add with ones. No rounding offset anywhere.
+    constexpr bool kUnscaled = kDepth == kDepth8u;
+    constexpr int kLumaShift = kUnscaled ? 9 : 15;
+    constexpr int kChromaShift = kUnscaled ? 11 : 15;
+    // Luma: the two partial sums (B+G, R+0) are shifted and saturated to 16 bits, then added by the
+    // multiply-add with ones. No rounding offset anywhere.
     I ySum[6];
     for (int k = 0; k < 6; ++k) {
-        const I a = Ops::template Srli32<15>(Ops::Madd(r[2 * k], q.y));
-        const I b = Ops::template Srli32<15>(Ops::Madd(r[2 * k + 1], q.y));
-        ySum[k] = Ops::Madd(Ops::Packs32(a, b), q.ones);
+        const I even = Ops::template Srli32<kLumaShift>(Ops::Madd(b.e[k], q.y));
+        const I odd = Ops::template Srli32<kLumaShift>(Ops::Madd(b.o[k], q.y));
+        ySum[k] = Ops::Madd(Ops::Packs32(even, odd), q.ones); // Y(n), Y(n+2), Y(n+1), Y(n+3)
     }
-    // Chroma at the even pixels, filtered on the scaled components with truncating unsigned shifts.
+    // Chroma at the even pixels, filtered on the components (with truncating unsigned shifts where they
+    // are scaled).
     I cSum[6];
     for (int k = 0; k < 6; ++k) {
-        const I left = k == 0 ? previous : r[2 * k - 1];
-        const I even = Ops::Unpacklo64(r[2 * k], r[2 * k + 1]); // S(n), S(n+2)
-        const I next = Ops::Unpackhi64(r[2 * k], r[2 * k + 1]); // S(n+1), S(n+3)
-        const I before = Ops::Unpackhi64(left, r[2 * k]);       // S(n-1), S(n+1)
-        const I f = Ops::template Srli16<1>(Ops::Add16(Ops::template Srli16<1>(Ops::Add16(even, before)),
-                                                       Ops::template Srli16<1>(Ops::Add16(even, next))));
-        const I cb = Ops::template Srai32<15>(Ops::Madd(f, q.cb));
-        const I cr = Ops::template Srai32<15>(Ops::Madd(f, q.cr));
+        const I before = Ops::HighLowHalves(k == 0 ? previous : b.o[k - 1], b.o[k]); // S(n-1), S(n+1)
+        const I even = b.e[k];                                                       // S(n), S(n+2)
+        const I next = b.o[k];                                                       // S(n+1), S(n+3)
+        I f;
+        if constexpr (kUnscaled) {
+            f = Ops::Add16(Ops::Add16(even, even), Ops::Add16(before, next));
+        } else {
+            f = Ops::template Srli16<1>(Ops::Add16(Ops::template Srli16<1>(Ops::Add16(even, before)),
+                                                   Ops::template Srli16<1>(Ops::Add16(even, next))));
+        }
+        const I cb = Ops::template Srai32<kChromaShift>(Ops::Madd(f, q.cb));
+        const I cr = Ops::template Srai32<kChromaShift>(Ops::Madd(f, q.cr));
         cSum[k] = Ops::Madd(Ops::Packs32(cb, cr), q.ones);
     }
     // Every sum fits in 16 bits, so packing before the final shift changes nothing.
@@ -91,6 +113,16 @@ void ConvertBlock(const typename Ops::I (&r)[12], typename Ops::I previous, cons
         c[j] = Ops::Add16(Ops::template Srai16<kShift>(Ops::Packs32(cSum[2 * j], cSum[2 * j + 1])),
                           Ops::Set16(kCOffset));
     }
+}
+
+// The 4:2:2 sequence Cb(n) Y(n) Cr(n) Y(n+1) Cb(n+2) Y(n+2) Cr(n+2) Y(n+3) from ConvertBlock's orders:
+// interleaving gives pairs Cb(n)Y(n), Cb(n+2)Y(n+2), Cr(n)Y(n+1), Cr(n+2)Y(n+3), and one 32-bit shuffle
+// puts them in place.
+template <class Ops> typename Ops::I SequenceLow(typename Ops::I chroma, typename Ops::I luma) {
+    return Ops::template Shuffle32<_MM_SHUFFLE(3, 1, 2, 0)>(Ops::Unpacklo16(chroma, luma));
+}
+template <class Ops> typename Ops::I SequenceHigh(typename Ops::I chroma, typename Ops::I luma) {
+    return Ops::template Shuffle32<_MM_SHUFFLE(3, 1, 2, 0)>(Ops::Unpackhi16(chroma, luma));
 }
 
 enum class StoreKind { kDestination, kLocal };
@@ -113,10 +145,10 @@ struct V210Layout {
         I s[12]; // samples 4m..4m+3 of the sequence in 32-bit lanes
         for (int j = 0; j < 3; ++j) {
             const I luma = Ops::Min16(Ops::Max16(y[j], zero), max);
-            const I chroma = Ops::template Shuffle16LoHi<0xD8>(Ops::Min16(Ops::Max16(c[j], zero), max));
+            const I chroma = Ops::Min16(Ops::Max16(c[j], zero), max);
             const I lo =
-                Ops::Unpacklo16(chroma, luma); // Cb(n) Y(n) Cr(n) Y(n+1) Cb(n+2) Y(n+2) Cr(n+2) Y(n+3)
-            const I hi = Ops::Unpackhi16(chroma, luma);
+                SequenceLow<Ops>(chroma, luma); // Cb(n) Y(n) Cr(n) Y(n+1) Cb(n+2) Y(n+2) Cr(n+2) Y(n+3)
+            const I hi = SequenceHigh<Ops>(chroma, luma);
             s[4 * j] = Ops::Unpacklo16(lo, zero);
             s[4 * j + 1] = Ops::Unpackhi16(lo, zero);
             s[4 * j + 2] = Ops::Unpacklo16(hi, zero);
@@ -152,10 +184,7 @@ struct UyvyLayout {
     template <class Ops, bool kAligned, StoreKind kKind>
     static void Store(std::uint8_t* d, const typename Ops::I (&y)[3], const typename Ops::I (&c)[3]) {
         for (int j = 0; j < 3; ++j) {
-            // Cb(n), Cb(n+2), Cr(n), Cr(n+2) -> Cb(n), Cr(n), Cb(n+2), Cr(n+2), then interleaved with Y.
-            const typename Ops::I chroma = Ops::template Shuffle16LoHi<0xD8>(c[j]);
-            const typename Ops::I out =
-                Ops::Packus16(Ops::Unpacklo16(chroma, y[j]), Ops::Unpackhi16(chroma, y[j]));
+            const typename Ops::I out = Ops::UyvyBytes(c[j], y[j]);
             if constexpr (kKind == StoreKind::kLocal) {
                 Ops::template StoreLanes<true>(d + 16 * j, kBlockBytes, out);
             } else {
@@ -181,8 +210,8 @@ void FillTailBlock(const std::uint8_t* row, std::int32_t first, std::int32_t wid
 // 128-bit one for single blocks; for the SSE2 kernels both are Sse2Ops.
 template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
 [[gnu::flatten]] void YcbcrVectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
-                     std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
-                     const float* matrix) {
+                                      std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height,
+                                      const float* matrix) {
     if (width <= 0 || height <= 0) {
         return;
     }
@@ -207,13 +236,13 @@ template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAl
                 for (std::ptrdiff_t o = 0; o < 2 * kSrcBlock; o += 64) {
                     W::Prefetch(p + 2 * kSrcBlock + o);
                 }
-                typename W::I r[12], y[3], c[3];
-                LoadScaledBlock<W, kDepth, kAlignedSrc>(p, r);
+                typename W::I y[3], c[3];
+                const ScaledBlock<W> r = LoadScaledBlock<W, kDepth, kAlignedSrc>(p);
                 if (b == 0) {
-                    wideCarry = W::RowStartCarry(W::Unpacklo64(r[0], r[0]));
+                    wideCarry = W::RowStartCarry(W::Unpacklo64(r.e[0], r.e[0]));
                 }
-                ConvertBlock<W, kShift, kY, kC>(r, W::Previous(wideCarry, r[11]), qw, y, c);
-                wideCarry = r[11];
+                ConvertBlock<W, kDepth, kShift, kY, kC>(r, W::Previous(wideCarry, r.o[5]), qw, y, c);
+                wideCarry = r.o[5];
                 Layout::template Store<W, kAlignedDst, StoreKind::kDestination>(d + b * Layout::kBlockBytes,
                                                                                 y, c);
             }
@@ -223,13 +252,12 @@ template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAl
         }
         const auto block = [&](const std::uint8_t* p, std::int32_t index, typename N::I(&y)[3],
                                typename N::I(&c)[3], auto alignedSrc) {
-            typename N::I r[12];
-            LoadScaledBlock<N, kDepth, decltype(alignedSrc)::value>(p, r);
+            const ScaledBlock<N> r = LoadScaledBlock<N, kDepth, decltype(alignedSrc)::value>(p);
             if (index == 0) {
-                carry = N::Unpacklo64(r[0], r[0]); // a row's first pixel is its own left neighbour
+                carry = N::Unpacklo64(r.e[0], r.e[0]); // a row's first pixel is its own left neighbour
             }
-            ConvertBlock<N, kShift, kY, kC>(r, carry, qn, y, c);
-            carry = r[11];
+            ConvertBlock<N, kDepth, kShift, kY, kC>(r, carry, qn, y, c);
+            carry = r.o[5];
         };
         for (; b < fullBlocks; ++b) {
             const std::uint8_t* p = s + b * kSrcBlock;

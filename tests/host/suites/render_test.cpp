@@ -129,7 +129,9 @@ void OnFrame(prsdk::csSDK_uint32 renderer, void* ref, prsdk::PrTime time, prsdk:
         time / c->ticksPerFrame,   rec->asyncCompletionData, rec->returnVal, frame != nullptr, 0, 0, 0, -1,
         std::this_thread::get_id()};
     EXPECT_EQ(renderer, c->renderer);
-    EXPECT_EQ(rec->outFrame, frame);
+    // Packed record: its pointer field is read by value, never bound to a reference.
+    const prsdk::PPixHand out = rec->outFrame;
+    EXPECT_EQ(out, frame);
     if (frame) {
         char* pixels = nullptr;
         prsdk::prRect bounds{};
@@ -285,16 +287,17 @@ TEST_F(RenderSuite, SyncRenderAndMisuseOfRenderersAndFrames) {
     prsdk::SequenceRender_ParamsRec params{&f32, 1, 48, 32, 1, 1, 3, 0, 0, 0, 1};
     prsdk::SequenceRender_GetFrameReturnRec rec{};
     ASSERT_EQ(suite->RenderVideoFrame(id, 3 * (kTicksPerSecond / 50), &params, 0, &rec), 0);
-    ASSERT_NE(rec.outFrame, nullptr);
+    const prsdk::PPixHand frame = rec.outFrame; // by value: the record is packed
+    ASSERT_NE(frame, nullptr);
     const prsdk::PPix2Suite* ppix2 = PPix2SuiteTable();
     std::size_t size = 0;
-    ASSERT_EQ(ppix2->GetSize(rec.outFrame, &size), 0);
+    ASSERT_EQ(ppix2->GetSize(frame, &size), 0);
     EXPECT_EQ(size, 48u * 32u * 16u);
     const prsdk::PPixSuite* ppix = PPixSuiteTable();
-    EXPECT_EQ(ppix->Dispose(rec.outFrame), 0);
-    EXPECT_LT(ppix->Dispose(rec.outFrame), 0) << "a frame is disposed of once";
+    EXPECT_EQ(ppix->Dispose(frame), 0);
+    EXPECT_LT(ppix->Dispose(frame), 0) << "a frame is disposed of once";
     prsdk::PrPixelFormat format = 0;
-    EXPECT_LT(ppix->GetPixelFormat(rec.outFrame, &format), 0);
+    EXPECT_LT(ppix->GetPixelFormat(frame, &format), 0);
     EXPECT_EQ(FrameRegistry::Instance().BadDisposals(), 1u);
 
     params.inWidth = 0;

@@ -72,6 +72,7 @@ template <class Ops, int kDepth, bool kAligned> typename Ops::I R210Unit(const s
         const typename Ops::F scale = Ops::SetF(876.0f);
         const I k64 = Ops::Set32(64);
         I c[4];
+        QVN_UNROLL
         for (int i = 0; i < 4; ++i) {
             const typename Ops::F x = Ops::template LoadLanesF<kAligned>(p + 16 * i, kLane);
             c[i] = Ops::Add32(Ops::RoundToInt(Ops::MulF(Ops::ClampUnit(x), scale)), k64);
@@ -102,9 +103,11 @@ template <class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
         std::uint8_t* d = DestRow(dst, dstRowBytes, row);
         std::int32_t u = 0;
         for (; u + 2 <= wholeUnits; u += 2) {
+            QVN_UNROLL
             for (std::ptrdiff_t o = 0; o < 2 * kUnit; o += 64) {
                 W::Prefetch(s + u * kUnit + kPrefetchDistance + o);
             }
+            QVN_UNROLL
             for (int lane = 0; lane < 2; lane += W::kLanes) {
                 W::template StreamLanes<kAlignedDst>(
                     d + 16 * (u + lane), 16, R210Unit<W, kDepth, kAlignedSrc>(s + (u + lane) * kUnit));

@@ -28,90 +28,91 @@ template <class Ops> Q15Matrix<Ops> MakeQ15Matrix(const float* m) {
             Ops::SetPixel16(q(m[8]), q(m[7]), q(m[6]), 0), Ops::Set16(1)};
 }
 
-// A block (per lane) as six runs of four pixels n..n+3, each held as the even pixels e = (n, n+2) and the
+// A block (per lane) is six runs of four pixels n..n+3, each held as the even pixels e = (n, n+2) and the
 // odd pixels o = (n+1, n+3), B, G, R, A in 16-bit lanes. Chroma is taken at the even pixels and filtered
 // with the odd ones, so this split saves regrouping the pixels for the filter.
-template <class Ops> struct ScaledBlock { typename Ops::I e[6], o[6]; };
+template <class Ops> struct Run { typename Ops::I e, o; };
 
-// 16u and 32f are brought to the common scale: 16u >> 1 (32768 gives 16384), 32f clamped, times 16384 and
-// rounded to nearest. 8u is kept as it is: its scaled value would be the component << 6 (255 gives
-// 16320), and ConvertBlock applies that factor exactly through its shift counts instead.
-template <class Ops, int kDepth, bool kAligned> ScaledBlock<Ops> LoadScaledBlock(const std::uint8_t* p) {
+// Run k of the block at p. 16u and 32f are brought to the common scale: 16u >> 1 (32768 gives 16384), 32f
+// clamped, times 16384 and rounded to nearest. 8u is kept as it is: its scaled value would be the
+// component << 6 (255 gives 16320), and ConvertBlock applies that factor exactly through its shift counts.
+template <class Ops, int kDepth, bool kAligned> Run<Ops> LoadRun(const std::uint8_t* p, int k) {
     constexpr std::ptrdiff_t kBlockBytes = kBlockPixels * kPixelBytes[kDepth];
-    ScaledBlock<Ops> b;
+    Run<Ops> r;
     if constexpr (kDepth == kDepth8u) {
-        for (int k = 0; k < 6; ++k) {
-            Ops::SplitPixels8u(Ops::template LoadLanes<kAligned>(p + 16 * k, kBlockBytes), b.e[k], b.o[k]);
-        }
+        Ops::SplitPixels8u(Ops::template LoadLanes<kAligned>(p + 16 * k, kBlockBytes), r.e, r.o);
     } else if constexpr (kDepth == kDepth16u) {
-        for (int k = 0; k < 6; ++k) {
-            const typename Ops::I a = Ops::template LoadLanes<kAligned>(p + 32 * k, kBlockBytes);
-            const typename Ops::I c = Ops::template LoadLanes<kAligned>(p + 32 * k + 16, kBlockBytes);
-            b.e[k] = Ops::template Srli16<1>(Ops::Unpacklo64(a, c));
-            b.o[k] = Ops::template Srli16<1>(Ops::Unpackhi64(a, c));
-        }
+        const typename Ops::I a = Ops::template LoadLanes<kAligned>(p + 32 * k, kBlockBytes);
+        const typename Ops::I c = Ops::template LoadLanes<kAligned>(p + 32 * k + 16, kBlockBytes);
+        r.e = Ops::template Srli16<1>(Ops::Unpacklo64(a, c));
+        r.o = Ops::template Srli16<1>(Ops::Unpackhi64(a, c));
     } else {
         const typename Ops::F scale = Ops::SetF(16384.0f);
         const auto pixel = [&](int i) {
             return Ops::RoundToInt(Ops::MulF(
-                Ops::ClampUnit(Ops::template LoadLanesF<kAligned>(p + 16 * i, kBlockBytes)), scale));
+                Ops::ClampUnit(Ops::template LoadLanesF<kAligned>(p + 16 * (4 * k + i), kBlockBytes)),
+                scale));
         };
-        for (int k = 0; k < 6; ++k) {
-            b.e[k] = Ops::Packs32(pixel(4 * k), pixel(4 * k + 2));
-            b.o[k] = Ops::Packs32(pixel(4 * k + 1), pixel(4 * k + 3));
-        }
+        r.e = Ops::Packs32(pixel(0), pixel(2));
+        r.o = Ops::Packs32(pixel(1), pixel(3));
     }
-    return b;
+    return r;
 }
 
-// Y of 24 pixels as three registers of eight, each in the order n, n+2, n+1, n+3, n+4, n+6, n+5, n+7, and
-// chroma as three registers holding, per run of four pixels n..n+3, Cb(n), Cb(n+2), Cr(n), Cr(n+2).
-// `previous` holds, in its upper half, the pixel before the block. Values leave here already offset but
-// not yet limited.
+// Converts the block at p, eight pixels at a time, handing `emit` for j = 0, 1, 2 the Y of pixels
+// 8j..8j+7 in the order n, n+2, n+1, n+3, n+4, n+6, n+5, n+7, and chroma holding, per run of four pixels
+// n..n+3, Cb(n), Cb(n+2), Cr(n), Cr(n+2); values already offset but not yet limited. `previous` holds, in
+// its upper half, the pixel before the block; `last` is the block's run 5, which the caller needed first.
+// Working in eights keeps few registers live, where converting the whole block stage by stage spilled.
 //
 // For 8u, with S = 64c: (S_B qB + S_G qG) >> 15 equals (c_B qB + c_G qG) >> 9 (also where a logical shift
 // of a negative sum saturates in the pack: both then give 32767); the filter's sums of multiples of 64
 // never truncate, so F = 16 (2c(n) + c(n-1) + c(n+1)) and (F q) >> 15 equals ((2c(n) + c(n-1) + c(n+1)) q)
 // >> 11. The results are those of the scaled arithmetic, with fewer operations.
-template <class Ops, int kDepth, int kShift, std::int16_t kYOffset, std::int16_t kCOffset>
-void ConvertBlock(const ScaledBlock<Ops>& b, typename Ops::I previous, const Q15Matrix<Ops>& q,
-                  typename Ops::I (&y)[3], typename Ops::I (&c)[3]) {
+template <class Ops, int kDepth, bool kAligned, int kShift, std::int16_t kYOffset, std::int16_t kCOffset,
+          class Emit>
+void ConvertBlock(const std::uint8_t* p, typename Ops::I previous, const Run<Ops>& last,
+                  const Q15Matrix<Ops>& q, Emit&& emit) {
     using I = typename Ops::I;
     constexpr bool kUnscaled = kDepth == kDepth8u;
     constexpr int kLumaShift = kUnscaled ? 9 : 15;
     constexpr int kChromaShift = kUnscaled ? 11 : 15;
     // Luma: the two partial sums (B+G, R+0) are shifted and saturated to 16 bits, then added by the
-    // multiply-add with ones. No rounding offset anywhere.
-    I ySum[6];
-    for (int k = 0; k < 6; ++k) {
-        const I even = Ops::template Srli32<kLumaShift>(Ops::Madd(b.e[k], q.y));
-        const I odd = Ops::template Srli32<kLumaShift>(Ops::Madd(b.o[k], q.y));
-        ySum[k] = Ops::Madd(Ops::Packs32(even, odd), q.ones); // Y(n), Y(n+2), Y(n+1), Y(n+3)
-    }
+    // multiply-add with ones. No rounding offset anywhere. Y(n), Y(n+2), Y(n+1), Y(n+3).
+    const auto luma = [&](const Run<Ops>& r) {
+        const I even = Ops::template Srli32<kLumaShift>(Ops::Madd(r.e, q.y));
+        const I odd = Ops::template Srli32<kLumaShift>(Ops::Madd(r.o, q.y));
+        return Ops::Madd(Ops::Packs32(even, odd), q.ones);
+    };
     // Chroma at the even pixels, filtered on the components (with truncating unsigned shifts where they
-    // are scaled).
-    I cSum[6];
-    for (int k = 0; k < 6; ++k) {
-        const I before = Ops::HighLowHalves(k == 0 ? previous : b.o[k - 1], b.o[k]); // S(n-1), S(n+1)
-        const I even = b.e[k];                                                       // S(n), S(n+2)
-        const I next = b.o[k];                                                       // S(n+1), S(n+3)
+    // are scaled). Cb(n), Cb(n+2), Cr(n), Cr(n+2).
+    const auto chroma = [&](const Run<Ops>& r, I before) { // before: S(n-1), S(n+1)
         I f;
         if constexpr (kUnscaled) {
-            f = Ops::Add16(Ops::Add16(even, even), Ops::Add16(before, next));
+            f = Ops::Add16(Ops::Add16(r.e, r.e), Ops::Add16(before, r.o));
         } else {
-            f = Ops::template Srli16<1>(Ops::Add16(Ops::template Srli16<1>(Ops::Add16(even, before)),
-                                                   Ops::template Srli16<1>(Ops::Add16(even, next))));
+            f = Ops::template Srli16<1>(Ops::Add16(Ops::template Srli16<1>(Ops::Add16(r.e, before)),
+                                                   Ops::template Srli16<1>(Ops::Add16(r.e, r.o))));
         }
         const I cb = Ops::template Srai32<kChromaShift>(Ops::Madd(f, q.cb));
         const I cr = Ops::template Srai32<kChromaShift>(Ops::Madd(f, q.cr));
-        cSum[k] = Ops::Madd(Ops::Packs32(cb, cr), q.ones);
-    }
-    // Every sum fits in 16 bits, so packing before the final shift changes nothing.
+        return Ops::Madd(Ops::Packs32(cb, cr), q.ones);
+    };
+    I left = previous;
+    QVN_UNROLL
     for (int j = 0; j < 3; ++j) {
-        y[j] = Ops::Add16(Ops::template Srai16<kShift>(Ops::Packs32(ySum[2 * j], ySum[2 * j + 1])),
-                          Ops::Set16(kYOffset));
-        c[j] = Ops::Add16(Ops::template Srai16<kShift>(Ops::Packs32(cSum[2 * j], cSum[2 * j + 1])),
-                          Ops::Set16(kCOffset));
+        const Run<Ops> a = LoadRun<Ops, kDepth, kAligned>(p, 2 * j);
+        const Run<Ops> b = j == 2 ? last : LoadRun<Ops, kDepth, kAligned>(p, 2 * j + 1);
+        const I aBefore = Ops::HighLowHalves(left, a.o);
+        const I bBefore = Ops::HighLowHalves(a.o, b.o);
+        left = b.o;
+        // Every sum fits in 16 bits, so packing before the final shift changes nothing.
+        const I y =
+            Ops::Add16(Ops::template Srai16<kShift>(Ops::Packs32(luma(a), luma(b))), Ops::Set16(kYOffset));
+        const I c =
+            Ops::Add16(Ops::template Srai16<kShift>(Ops::Packs32(chroma(a, aBefore), chroma(b, bBefore))),
+                       Ops::Set16(kCOffset));
+        emit(j, y, c);
     }
 }
 
@@ -137,12 +138,25 @@ struct V210Layout {
     static constexpr std::ptrdiff_t kBlockBytes = 64;
     static constexpr bool kTailOnLastRow = false;
 
-    template <class Ops, bool kAligned, StoreKind>
+    template <class Ops, int kDepth, bool kAlignedSrc, bool kAlignedDst, StoreKind>
+    static void Convert(const std::uint8_t* p, typename Ops::I previous, const Run<Ops>& last,
+                        const Q15Matrix<Ops>& q, std::uint8_t* d) {
+        typename Ops::I y[3], c[3];
+        ConvertBlock<Ops, kDepth, kAlignedSrc, kShift, kYOffset, kCOffset>(
+            p, previous, last, q, [&](int j, typename Ops::I yj, typename Ops::I cj) {
+                y[j] = yj;
+                c[j] = cj;
+            });
+        Store<Ops, kAlignedDst>(d, y, c);
+    }
+
+    template <class Ops, bool kAligned>
     static void Store(std::uint8_t* d, const typename Ops::I (&y)[3], const typename Ops::I (&c)[3]) {
         using I = typename Ops::I;
         const I zero = Ops::Zero();
         const I max = Ops::Set16(1023);
         I s[12]; // samples 4m..4m+3 of the sequence in 32-bit lanes
+        QVN_UNROLL
         for (int j = 0; j < 3; ++j) {
             const I luma = Ops::Min16(Ops::Max16(y[j], zero), max);
             const I chroma = Ops::Min16(Ops::Max16(c[j], zero), max);
@@ -154,6 +168,7 @@ struct V210Layout {
             s[4 * j + 2] = Ops::Unpacklo16(hi, zero);
             s[4 * j + 3] = Ops::Unpackhi16(hi, zero);
         }
+        QVN_UNROLL
         for (int k = 0; k < 4; ++k) {
             // Words 4k..4k+3 take samples a0..a11 = A, B, C: bits 0-9 a0 a3 a6 a9, 10-19 a1 a4 a7 a10,
             // 20-29 a2 a5 a8 a11.
@@ -181,16 +196,18 @@ struct UyvyLayout {
     static constexpr std::ptrdiff_t kBlockBytes = 48;
     static constexpr bool kTailOnLastRow = true;
 
-    template <class Ops, bool kAligned, StoreKind kKind>
-    static void Store(std::uint8_t* d, const typename Ops::I (&y)[3], const typename Ops::I (&c)[3]) {
-        for (int j = 0; j < 3; ++j) {
-            const typename Ops::I out = Ops::UyvyBytes(c[j], y[j]);
-            if constexpr (kKind == StoreKind::kLocal) {
-                Ops::template StoreLanes<true>(d + 16 * j, kBlockBytes, out);
-            } else {
-                Ops::template StreamLanes<kAligned>(d + 16 * j, kBlockBytes, out);
-            }
-        }
+    template <class Ops, int kDepth, bool kAlignedSrc, bool kAlignedDst, StoreKind kKind>
+    static void Convert(const std::uint8_t* p, typename Ops::I previous, const Run<Ops>& last,
+                        const Q15Matrix<Ops>& q, std::uint8_t* d) {
+        ConvertBlock<Ops, kDepth, kAlignedSrc, kShift, kYOffset, kCOffset>(
+            p, previous, last, q, [&](int j, typename Ops::I y, typename Ops::I c) {
+                const typename Ops::I out = Ops::UyvyBytes(c, y);
+                if constexpr (kKind == StoreKind::kLocal) {
+                    Ops::template StoreLanes<true>(d + 16 * j, kBlockBytes, out);
+                } else {
+                    Ops::template StreamLanes<kAlignedDst>(d + 16 * j, kBlockBytes, out);
+                }
+            });
     }
 };
 
@@ -216,9 +233,6 @@ template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAl
         return;
     }
     constexpr std::ptrdiff_t kSrcBlock = kBlockPixels * kPixelBytes[kDepth];
-    constexpr int kShift = Layout::kShift;
-    constexpr std::int16_t kY = Layout::kYOffset;
-    constexpr std::int16_t kC = Layout::kCOffset;
     const Q15Matrix<W> qw = MakeQ15Matrix<W>(matrix);
     const Q15Matrix<N> qn = MakeQ15Matrix<N>(matrix);
     const std::int32_t fullBlocks = width / kBlockPixels;
@@ -233,55 +247,58 @@ template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAl
             typename W::I wideCarry = W::Zero();
             for (; b + 2 <= fullBlocks; b += 2) {
                 const std::uint8_t* p = s + b * kSrcBlock;
+                QVN_UNROLL
                 for (std::ptrdiff_t o = 0; o < 2 * kSrcBlock; o += 64) {
                     W::Prefetch(p + 2 * kSrcBlock + o);
                 }
-                typename W::I y[3], c[3];
-                const ScaledBlock<W> r = LoadScaledBlock<W, kDepth, kAlignedSrc>(p);
+                const Run<W> last = LoadRun<W, kDepth, kAlignedSrc>(p, 5);
                 if (b == 0) {
-                    wideCarry = W::RowStartCarry(W::Unpacklo64(r.e[0], r.e[0]));
+                    const typename W::I first = LoadRun<W, kDepth, kAlignedSrc>(p, 0).e;
+                    wideCarry = W::RowStartCarry(W::Unpacklo64(first, first));
                 }
-                ConvertBlock<W, kDepth, kShift, kY, kC>(r, W::Previous(wideCarry, r.o[5]), qw, y, c);
-                wideCarry = r.o[5];
-                Layout::template Store<W, kAlignedDst, StoreKind::kDestination>(d + b * Layout::kBlockBytes,
-                                                                                y, c);
+                Layout::template Convert<W, kDepth, kAlignedSrc, kAlignedDst, StoreKind::kDestination>(
+                    p, W::Previous(wideCarry, last.o), last, qw, d + b * Layout::kBlockBytes);
+                wideCarry = last.o;
             }
             if (b > 0) {
                 carry = W::HighLane(wideCarry);
             }
         }
-        const auto block = [&](const std::uint8_t* p, std::int32_t index, typename N::I(&y)[3],
-                               typename N::I(&c)[3], auto alignedSrc) {
-            const ScaledBlock<N> r = LoadScaledBlock<N, kDepth, decltype(alignedSrc)::value>(p);
+        const auto block = [&](const std::uint8_t* p, std::int32_t index, std::uint8_t* out, auto alignedSrc,
+                               auto alignedDst, auto kind) {
+            constexpr bool kSrc = decltype(alignedSrc)::value;
+            const Run<N> last = LoadRun<N, kDepth, kSrc>(p, 5);
             if (index == 0) {
-                carry = N::Unpacklo64(r.e[0], r.e[0]); // a row's first pixel is its own left neighbour
+                const typename N::I first = LoadRun<N, kDepth, kSrc>(p, 0).e;
+                carry = N::Unpacklo64(first, first); // a row's first pixel is its own left neighbour
             }
-            ConvertBlock<N, kDepth, kShift, kY, kC>(r, carry, qn, y, c);
-            carry = r.o[5];
+            Layout::template Convert<N, kDepth, kSrc, decltype(alignedDst)::value, decltype(kind)::value>(
+                p, carry, last, qn, out);
+            carry = last.o;
         };
+        using Destination = std::integral_constant<StoreKind, StoreKind::kDestination>;
         for (; b < fullBlocks; ++b) {
             const std::uint8_t* p = s + b * kSrcBlock;
+            QVN_UNROLL
             for (std::ptrdiff_t o = 0; o < kSrcBlock; o += 64) {
                 N::Prefetch(p + 2 * kSrcBlock + o);
             }
-            typename N::I y[3], c[3];
-            block(p, b, y, c, std::bool_constant<kAlignedSrc>{});
-            Layout::template Store<N, kAlignedDst, StoreKind::kDestination>(d + b * Layout::kBlockBytes, y,
-                                                                            c);
+            block(p, b, d + b * Layout::kBlockBytes, std::bool_constant<kAlignedSrc>{},
+                  std::bool_constant<kAlignedDst>{}, Destination{});
         }
         if (remainder != 0) {
             alignas(16) std::uint8_t tail[kSrcBlock];
             FillTailBlock<kDepth>(s, fullBlocks * kBlockPixels, width, tail);
-            typename N::I y[3], c[3];
-            block(tail, fullBlocks, y, c, std::true_type{});
             std::uint8_t* out = d + fullBlocks * Layout::kBlockBytes;
             if (Layout::kTailOnLastRow && row == height - 1) {
                 // The last row ends the frame: only the bytes of the remaining pixels go into place.
                 alignas(16) std::uint8_t local[Layout::kBlockBytes];
-                Layout::template Store<N, true, StoreKind::kLocal>(local, y, c);
+                block(tail, fullBlocks, local, std::true_type{}, std::true_type{},
+                      std::integral_constant<StoreKind, StoreKind::kLocal>{});
                 std::memcpy(out, local, static_cast<std::size_t>(remainder * 2));
             } else {
-                Layout::template Store<N, kAlignedDst, StoreKind::kDestination>(out, y, c);
+                block(tail, fullBlocks, out, std::true_type{}, std::bool_constant<kAlignedDst>{},
+                      Destination{});
             }
         }
     }

@@ -86,8 +86,8 @@ template <class Ops, int kDepth, bool kAligned> typename Ops::I R210Unit(const s
 }
 
 // One row kernel. Rows are written in whole blocks (8 pixels for 8u, 4 for 16u and 32f), so the
-// destination row holds `width` rounded up to the block, in words; W runs two units of four pixels at a
-// time, N one.
+// destination row holds `width` rounded up to the block, in words; the main loop runs kStep units of four
+// pixels at a time (W::kLanes per register), N the remaining units one by one.
 template <class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
 [[gnu::flatten]] void R210VectorRows(const std::uint8_t* src, std::uint32_t srcRowBytes, std::uint8_t* dst,
                                      std::uint32_t dstRowBytes, std::int32_t width, std::int32_t height) {
@@ -98,17 +98,18 @@ template <class W, class N, int kDepth, bool kAlignedSrc, bool kAlignedDst>
     constexpr std::ptrdiff_t kUnit = kUnitBytes<kDepth>;
     const std::int32_t units = (width + kBlockPixels - 1) / kBlockPixels * (kBlockPixels / 4);
     const std::int32_t wholeUnits = width / 4;
+    // Units per step: at least a cache line of source, so that each line is prefetched once.
+    constexpr int kStep = kUnit >= 32 ? 2 : 64 / kUnit;
+    const std::ptrdiff_t rowLength = width * kPixelBytes[kDepth];
     for (std::int32_t row = 0; row < height; ++row) {
         const std::uint8_t* s = SourceRow(src, srcRowBytes, height, row);
+        const std::uint8_t* rowEnd = s + rowLength;
         std::uint8_t* d = DestRow(dst, dstRowBytes, row);
         std::int32_t u = 0;
-        for (; u + 2 <= wholeUnits; u += 2) {
+        for (; u + kStep <= wholeUnits; u += kStep) {
+            PrefetchAhead<W, kStep * kUnit>(s + u * kUnit, rowEnd, rowLength, srcRowBytes);
             QVN_UNROLL
-            for (std::ptrdiff_t o = 0; o < 2 * kUnit; o += 64) {
-                W::Prefetch(s + u * kUnit + kPrefetchDistance + o);
-            }
-            QVN_UNROLL
-            for (int lane = 0; lane < 2; lane += W::kLanes) {
+            for (int lane = 0; lane < kStep; lane += W::kLanes) {
                 W::template StreamLanes<kAlignedDst>(
                     d + 16 * (u + lane), 16, R210Unit<W, kDepth, kAlignedSrc>(s + (u + lane) * kUnit));
             }

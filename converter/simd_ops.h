@@ -273,7 +273,26 @@ struct Avx2Ops {
 };
 #endif
 
-inline constexpr std::ptrdiff_t kPrefetchDistance = 512; // bytes of source ahead of the loads
+// Bytes of source prefetched ahead of the loads. Measured on frames read from memory: 2 KiB keeps the
+// loads fed where 192 or 512 bytes left them waiting, and 4 KiB and more was slower again.
+inline constexpr std::ptrdiff_t kPrefetchDistance = 2048;
+
+// Prefetches `bytes` of source (whole lines) kPrefetchDistance ahead of p in conversion order: past the end
+// of the row that continues at the next row converted, one stride lower in memory (the source is
+// bottom-up), so that each row starts with its first lines already on the way. Below the frame, on the
+// last row, the prefetches hit nothing of ours, and a prefetch never faults.
+template <class Ops, std::ptrdiff_t kBytes>
+void PrefetchAhead(const std::uint8_t* p, const std::uint8_t* rowEnd, std::ptrdiff_t rowLength,
+                   std::uint32_t srcRowBytes) {
+    std::uintptr_t target = reinterpret_cast<std::uintptr_t>(p) + kPrefetchDistance;
+    if (target >= reinterpret_cast<std::uintptr_t>(rowEnd)) {
+        target -= static_cast<std::uintptr_t>(rowLength) + srcRowBytes;
+    }
+    QVN_UNROLL
+    for (std::ptrdiff_t o = 0; o < kBytes; o += 64) {
+        Ops::Prefetch(reinterpret_cast<const std::uint8_t*>(target + static_cast<std::uintptr_t>(o)));
+    }
+}
 
 } // namespace
 } // namespace QVN::Converter::Video::detail

@@ -236,10 +236,12 @@ template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAl
     const Q15Matrix<W> qw = MakeQ15Matrix<W>(matrix);
     const Q15Matrix<N> qn = MakeQ15Matrix<N>(matrix);
     const std::int32_t fullBlocks = width / kBlockPixels;
+    const std::ptrdiff_t rowLength = width * kPixelBytes[kDepth];
     const std::int32_t remainder = width % kBlockPixels;
 
     for (std::int32_t row = 0; row < height; ++row) {
         const std::uint8_t* s = SourceRow(src, srcRowBytes, height, row);
+        const std::uint8_t* rowEnd = s + rowLength;
         std::uint8_t* d = DestRow(dst, dstRowBytes, row);
         std::int32_t b = 0;
         typename N::I carry = N::Zero();
@@ -247,10 +249,7 @@ template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAl
             typename W::I wideCarry = W::Zero();
             for (; b + 2 <= fullBlocks; b += 2) {
                 const std::uint8_t* p = s + b * kSrcBlock;
-                QVN_UNROLL
-                for (std::ptrdiff_t o = 0; o < 2 * kSrcBlock; o += 64) {
-                    W::Prefetch(p + 2 * kSrcBlock + o);
-                }
+                PrefetchAhead<W, 2 * kSrcBlock>(p, rowEnd, rowLength, srcRowBytes);
                 const Run<W> last = LoadRun<W, kDepth, kAlignedSrc>(p, 5);
                 if (b == 0) {
                     const typename W::I first = LoadRun<W, kDepth, kAlignedSrc>(p, 0).e;
@@ -279,10 +278,7 @@ template <class Layout, class W, class N, int kDepth, bool kAlignedSrc, bool kAl
         using Destination = std::integral_constant<StoreKind, StoreKind::kDestination>;
         for (; b < fullBlocks; ++b) {
             const std::uint8_t* p = s + b * kSrcBlock;
-            QVN_UNROLL
-            for (std::ptrdiff_t o = 0; o < kSrcBlock; o += 64) {
-                N::Prefetch(p + 2 * kSrcBlock + o);
-            }
+            PrefetchAhead<N, kSrcBlock>(p, rowEnd, rowLength, srcRowBytes);
             block(p, b, d + b * Layout::kBlockBytes, std::bool_constant<kAlignedSrc>{},
                   std::bool_constant<kAlignedDst>{}, Destination{});
         }

@@ -219,6 +219,11 @@ prsdk::int32 LegacyCompiler::Run(const prsdk::exDoExportRec& rec) {
 
     while (InterlockedRead(&inFlight_) != 0)
         SleepMs(kDrainPollMs);
+    // Renders that failed while the run drained, or frames never handed over for any reason, would leave
+    // Finish waiting for frames that cannot come: such a run closes the file instead.
+    if (result >= 0 && (Abort() != 0 || InterlockedRead(&frameLost_) != 0 ||
+                        (exportVideo_ && InterlockedRead(&nextFrame_) != endFrame_)))
+        result = kResultFailed;
 
     prsdk::int32 outcome;
     if (result < 0) {

@@ -137,6 +137,15 @@ TEST_F(ExportRun, EveryFailureEndsWithTheResultTheHostExpects) {
         script.failFrame = -1;
     }
     {
+        // The last frame of a short range fails after the run has requested everything: the run must
+        // close the file instead of waiting in Finish for a frame that cannot come.
+        scripted::Record r;
+        script.failFrame = 3;
+        EXPECT_EQ(scripted::RunExport(script, 0, 4, true, false, &r), 3);
+        EXPECT_EQ(r.progress.size(), 3u);
+        script.failFrame = -1;
+    }
+    {
         scripted::Record r;
         script.deliveredFormat = FourCC("yuv2");
         EXPECT_EQ(scripted::RunExport(script, 0, 60, true, false, &r), 6) << "a frame in a foreign format";

@@ -19,7 +19,7 @@ void* HeapAllocate(std::size_t bytes) {
     return std::malloc(bytes);
 }
 
-// Never freed: the tables live until the process ends.
+// Built once and kept for the life of the module; no conversion ever frees them.
 std::uint16_t* sR210LUT = nullptr;
 std::uint8_t* s8uComponentLUT = nullptr;
 std::uint16_t* s16uComponentLUT = nullptr;
@@ -30,6 +30,28 @@ float* s32fComponentLUT = nullptr;
 std::atomic<bool> sTablesReady{false};
 std::mutex sInitMutex;
 detail::TableAllocator sAllocator = HeapAllocate;
+
+// When the host unloads the module the tables go with it; otherwise every load and unload of the plug-in
+// would leave 72 KB behind. Tables from a test allocator are that allocator's business.
+struct TableOwner {
+    TableOwner() = default;
+    TableOwner(const TableOwner&) = delete;
+    TableOwner& operator=(const TableOwner&) = delete;
+    ~TableOwner() {
+        if (sAllocator != HeapAllocate)
+            return;
+        std::free(sR210LUT);
+        std::free(s8uComponentLUT);
+        std::free(s16uComponentLUT);
+        std::free(s32fComponentLUT);
+        sR210LUT = nullptr;
+        s8uComponentLUT = nullptr;
+        s16uComponentLUT = nullptr;
+        s32fComponentLUT = nullptr;
+        sTablesReady.store(false);
+    }
+};
+TableOwner sTableOwner;
 
 void FillTables() {
     for (std::uint32_t i = 0; i < detail::kR210LutEntries; ++i) {

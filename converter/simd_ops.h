@@ -110,6 +110,17 @@ struct Sse2Ops {
     // The compositions below give the same bytes with either instruction sequence; the byte shuffle is
     // there where this translation unit may use it (the 128-bit code of the AVX2 kernels).
 
+#if defined(__SSSE3__)
+    static constexpr bool kByteShuffle = true;
+    // Bytes of v chosen by the 16 control bytes at `control` (a negative control gives zero).
+    static I ShuffleBytes(I v, const std::int8_t* control) {
+        return _mm_shuffle_epi8(v, _mm_load_si128(reinterpret_cast<const __m128i*>(control)));
+    }
+#else
+    static constexpr bool kByteShuffle = false;
+    static I ShuffleBytes(I v, const std::int8_t* control); // never defined: guarded by kByteShuffle
+#endif
+
     // Four 8u pixels to the even ones (0, 2) and the odd ones (1, 3), widened to 16-bit lanes.
     static void SplitPixels8u(I x, I& even, I& odd) {
 #if defined(__SSSE3__)
@@ -236,6 +247,12 @@ struct Avx2Ops {
 
     template <int imm> static I Shuffle32(I a) { return _mm256_shuffle_epi32(a, imm); }
     static I HighLowHalves(I a, I b) { return _mm256_alignr_epi8(b, a, 8); }
+    static constexpr bool kByteShuffle = true;
+    // The same 16 control bytes in both lanes.
+    static I ShuffleBytes(I v, const std::int8_t* control) {
+        return _mm256_shuffle_epi8(
+            v, _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(control))));
+    }
     static void SplitPixels8u(I x, I& even, I& odd) {
         even = _mm256_shuffle_epi8(x, _mm256_setr_epi8(0, -1, 1, -1, 2, -1, 3, -1, 8, -1, 9, -1, 10, -1, 11,
                                                        -1, 0, -1, 1, -1, 2, -1, 3, -1, 8, -1, 9, -1, 10, -1,

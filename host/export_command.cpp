@@ -311,14 +311,6 @@ Settings ReadSettings() {
 bool ApplyChoices(Session& session, const ExportOptions& o, std::string* error) {
     if (!o.codec.empty() && !SetCodec(session, o.codec, error))
         return false;
-    const Settings afterCodec = ReadSettings();
-    if (const DvFormat* dv = FindDvFormat(afterCodec.codec); dv && !HostCompressesDv()) {
-        *error =
-            "codec " + std::string(dv->code) +
-            " is compressed by the host, and this qvnhost was built without libavcodec: DVCPRO codecs need "
-            "the native qvnhost";
-        return false;
-    }
     if (o.haveSize && (!SetFromText(session, "ADBEVideoWidth", "--size", std::to_string(o.width), error) ||
                        !SetFromText(session, "ADBEVideoHeight", "--size", std::to_string(o.height), error)))
         return false;
@@ -341,7 +333,17 @@ bool ApplyChoices(Session& session, const ExportOptions& o, std::string* error) 
         return false;
     v = {};
     v.floatValue = o.sampleRate;
-    return SetValue(session, "ADBEAudioRatePerSecond", v, error);
+    if (!SetValue(session, "ADBEAudioRatePerSecond", v, error))
+        return false;
+    // Checked last, so that a mistake in the other options is reported on every build.
+    if (const DvFormat* dv = FindDvFormat(ReadSettings().codec); dv && !HostCompressesDv()) {
+        *error =
+            "codec " + std::string(dv->code) +
+            " is compressed by the host, and this qvnhost was built without libavcodec: DVCPRO codecs need "
+            "the native qvnhost";
+        return false;
+    }
+    return true;
 }
 
 void PrintSummary(const ExportOptions& o, const Settings& s, std::int64_t frames, prsdk::int32 result,

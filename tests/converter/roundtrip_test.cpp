@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -123,7 +125,10 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(fs::exists(QVN_FFMPEG_PATH))
             << "ffmpeg is required for the round trip (" << QVN_FFMPEG_PATH << ")";
-        dir_ = fs::temp_directory_path() / "qvn_roundtrip";
+        // Unique per process: CTest runs the cases of this program side by side.
+        dir_ = fs::temp_directory_path() /
+               ("qvn_roundtrip_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) +
+                "_" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
         fs::create_directories(dir_);
     }
     void TearDown() override { fs::remove_all(dir_); }

@@ -20,6 +20,12 @@ namespace {
 
 const std::string kDir = QVN_TEST_DIR;
 
+// CTest runs the cases of this program as separate processes, side by side: each keeps its scratch files
+// under its own name.
+std::string Scratch(const std::string& name) {
+    return kDir + "/" + testing::UnitTest::GetInstance()->current_test_info()->name() + "." + name;
+}
+
 std::string Slurp(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -27,8 +33,8 @@ std::string Slurp(const std::string& path) {
 
 // Runs a shell command; answers its exit status, with standard output in *out.
 int Shell(const std::string& command, std::string* out = nullptr) {
-    const std::string file = kDir + "/command.out";
-    const int status = std::system((command + " > " + file + " 2> " + kDir + "/command.err").c_str());
+    const std::string file = Scratch("command.out");
+    const int status = std::system((command + " > " + file + " 2> " + Scratch("command.err")).c_str());
     if (out)
         *out = Slurp(file);
     return status;
@@ -44,7 +50,7 @@ std::string Probe(const std::string& file, const std::string& stream, const std:
 
 // The stamps of every decoded frame, in decoding order.
 std::vector<std::int64_t> Stamps(const std::string& file, int w, int h) {
-    const std::string raw = kDir + "/frames.gray";
+    const std::string raw = Scratch("frames.gray");
     EXPECT_EQ(
         Shell(std::string(QVN_TEST_FFMPEG) + " -v error -y -i " + file + " -f rawvideo -pix_fmt gray " + raw),
         0);
@@ -58,7 +64,7 @@ std::vector<std::int64_t> Stamps(const std::string& file, int w, int h) {
 
 // Each channel's zero crossings per second, from the decoded samples as 32-bit floats.
 std::vector<double> CrossingsPerSecond(const std::string& file, int channels, double rate) {
-    const std::string raw = kDir + "/audio.f32";
+    const std::string raw = Scratch("audio.f32");
     EXPECT_EQ(Shell(std::string(QVN_TEST_FFMPEG) + " -v error -y -i " + file + " -vn -f f32le " + raw), 0);
     const std::string bytes = Slurp(raw);
     const std::size_t frames = bytes.size() / (4 * static_cast<std::size_t>(channels));
@@ -83,7 +89,7 @@ std::vector<double> CrossingsPerSecond(const std::string& file, int channels, do
 std::string Export(const std::string& name, const std::string& options) {
     const std::string file = kDir + "/" + name + ".avi";
     const int status = Shell(std::string(QVN_TEST_QVNHOST) + " export --out " + file + " " + options);
-    EXPECT_EQ(status, 0) << options << "\n" << Slurp(kDir + "/command.err");
+    EXPECT_EQ(status, 0) << options << "\n" << Slurp(Scratch("command.err"));
     return file;
 }
 
@@ -182,7 +188,7 @@ TEST(ExportEndToEnd, RawFramesThroughAPipe) {
         " -v error -f lavfi -i testsrc=size=128x96:rate=25 -frames:v 12 -f rawvideo -pix_fmt bgra - | " +
         QVN_TEST_QVNHOST + " export --out " + file +
         " --codec UYVY --size 128x96 --rate 25 --frames 12 --audio none --source raw:-");
-    ASSERT_EQ(status, 0) << Slurp(kDir + "/command.err");
+    ASSERT_EQ(status, 0) << Slurp(Scratch("command.err"));
     EXPECT_NE(Probe(file, "v:0", "nb_read_packets").find("nb_read_packets=12\n"), std::string::npos);
     // The decoded frames match the frames sent: luma PSNR against the same picture converted by ffmpeg.
     std::string out;
@@ -204,7 +210,7 @@ TEST(ExportEndToEnd, CancelledExportLeavesAClosedReadableFile) {
     const int status = Shell(std::string(QVN_TEST_QVNHOST) + " export --out " + file +
                              " --codec v210 --size 128x72 --frames 90 --cancel-at 40 --threads 6");
     EXPECT_NE(status, 0);
-    EXPECT_NE(Slurp(kDir + "/command.err").find("1 (abort: cancelled)"), std::string::npos);
+    EXPECT_NE(Slurp(Scratch("command.err")).find("1 (abort: cancelled)"), std::string::npos);
     EXPECT_EQ(Shell(std::string(QVN_TEST_FFMPEG) + " -v error -i " + file + " -f null -"), 0);
     const std::vector<std::int64_t> stamps = Stamps(file, 128, 72);
     // What was written is a gapless run from frame 0, through the cancelled frame at least.

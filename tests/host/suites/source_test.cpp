@@ -2,6 +2,8 @@
 // frame number, motion, seeded noise, and raw frames from a file.
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -143,7 +145,9 @@ TEST(SequenceSource, PatternsMoveFromFrameToFrameAndNoiseFollowsTheSeed) {
 
 TEST(SequenceSource, RawFramesArePresentedBottomUpAndScaled) {
     // Three 8x4 top-down BGRA frames; pixel (x, y) of frame k holds k, x, y, 200.
-    const auto path = std::filesystem::temp_directory_path() / "qvn_source_test.raw";
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("qvn_source_test_" +
+                       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".raw");
     {
         std::FILE* f = std::fopen(path.string().c_str(), "wb");
         ASSERT_NE(f, nullptr);

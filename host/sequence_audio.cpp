@@ -141,8 +141,36 @@ std::int32_t ToneFrequency(int channel) {
     return 440 * (channel + 1);
 }
 
+namespace {
+
+// sin(2 pi cycles) for cycles in [0, 1), from additions and multiplications only, so that every platform's
+// host produces the same samples bit for bit (the C libraries' sin differ in the last place, which shows in
+// float exports compared across targets). Accurate to about 1e-11.
+double PortableSine(double cycles) {
+    constexpr double kPi = 3.14159265358979323846264338327950288;
+    if (cycles >= 0.5)
+        cycles -= 1.0; // now in [-0.5, 0.5)
+    double x = 2.0 * kPi * cycles;
+    if (x > kPi / 2)
+        x = kPi - x;
+    else if (x < -kPi / 2)
+        x = -kPi - x;
+    const double x2 = x * x;
+    // Taylor series to x^15 on [-pi/2, pi/2], evaluated from the smallest term up.
+    double sum = -1.0 / 1307674368000.0;
+    sum = sum * x2 + 1.0 / 6227020800.0;
+    sum = sum * x2 - 1.0 / 39916800.0;
+    sum = sum * x2 + 1.0 / 362880.0;
+    sum = sum * x2 - 1.0 / 5040.0;
+    sum = sum * x2 + 1.0 / 120.0;
+    sum = sum * x2 - 1.0 / 6.0;
+    sum = sum * x2 + 1.0;
+    return sum * x;
+}
+
+} // namespace
+
 float ToneSample(int channel, std::int64_t k, double rate) {
-    constexpr double kTwoPi = 6.283185307179586476925286766559;
     const std::int64_t f = ToneFrequency(channel);
     double cycles; // the fraction of a cycle at sample k, kept exact for whole rates
     if (rate == std::floor(rate)) {
@@ -151,7 +179,7 @@ float ToneSample(int channel, std::int64_t k, double rate) {
     } else {
         cycles = std::fmod(static_cast<double>(f) * static_cast<double>(k) / rate, 1.0);
     }
-    return static_cast<float>(kToneAmplitude * std::sin(kTwoPi * cycles));
+    return static_cast<float>(kToneAmplitude * PortableSine(cycles));
 }
 
 std::int64_t SamplesInTicks(prsdk::PrTime ticks, double rate, bool roundUp) {

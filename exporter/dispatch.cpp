@@ -68,7 +68,8 @@ prsdk::int32 Dispatch(prsdk::int32 selector, prsdk::exportStdParms* stdParms, vo
     case prsdk::exSelEndInstance:
         return EndInstance(stdParms, static_cast<prsdk::exExporterInstanceRec*>(param1));
     case prsdk::exSelGenerateDefaultParams:
-        return GenerateDefaultParams(*InstanceOf(param1), static_cast<prsdk::exGenerateDefaultParamRec*>(param1));
+        return GenerateDefaultParams(*InstanceOf(param1),
+                                     static_cast<prsdk::exGenerateDefaultParamRec*>(param1));
     case prsdk::exSelPostProcessParams:
         return PostProcessParams(*InstanceOf(param1), static_cast<prsdk::exPostProcessParamsRec*>(param1));
     case prsdk::exSelValidateParamChanged:
@@ -82,7 +83,8 @@ prsdk::int32 Dispatch(prsdk::int32 selector, prsdk::exportStdParms* stdParms, vo
     case prsdk::exSelQueryExportFileExtension:
         return QueryExportFileExtension(static_cast<prsdk::exQueryExportFileExtensionRec*>(param1));
     case prsdk::exSelQueryOutputSettings:
-        return QueryOutputSettings(*InstanceOf(param1), static_cast<prsdk::exQueryOutputSettingsRec*>(param1));
+        return QueryOutputSettings(*InstanceOf(param1),
+                                   static_cast<prsdk::exQueryOutputSettingsRec*>(param1));
     default:
         return prsdk::exportReturn_Unsupported;
     }

@@ -15,12 +15,14 @@ namespace {
 constexpr std::int32_t kWideAspectNumerator = 768;
 
 bool IsGraphRgbSource(std::uint32_t codec) {
-    return codec == FourCC("dvsd") || codec == FourCC("pvsd") || codec == FourCC("nvsd") || codec == FourCC("MJPG");
+    return codec == FourCC("dvsd") || codec == FourCC("pvsd") || codec == FourCC("nvsd") ||
+           codec == FourCC("MJPG");
 }
 
 // The graph's uncompressed codes, which the AVI encoder writes just as well where there is no graph.
 bool IsUncompressed(std::uint32_t codec) {
-    return codec == FourCC("UYVY") || codec == FourCC("HDYC") || codec == FourCC("v210") || codec == FourCC("r210");
+    return codec == FourCC("UYVY") || codec == FourCC("HDYC") || codec == FourCC("v210") ||
+           codec == FourCC("r210");
 }
 
 std::string CodeText(std::uint32_t codec) {
@@ -37,8 +39,9 @@ std::string CodeText(std::uint32_t codec) {
 std::uint32_t CUnavailableEncoder::Initialise(const BITMAPINFOHEADER*, const BITMAPINFOHEADER*, std::uint32_t,
                                               std::uint32_t, std::uint32_t, std::uint8_t, std::uint32_t,
                                               IFrameSink*) {
-    const std::string line = "QVNExport: '" + CodeText(codec_) +
-                             "' is compressed by a DirectShow filter, and this build has no DirectShow encoder\n";
+    const std::string line =
+        "QVNExport: '" + CodeText(codec_) +
+        "' is compressed by a DirectShow filter, and this build has no DirectShow encoder\n";
     DebugOutput(line.c_str());
     return EncoderStatus::kFailed;
 }

@@ -12,7 +12,8 @@ constexpr double kHighestRate = 48000.0;
 
 } // namespace
 
-prsdk::int32 DoExport(PremiereExporter& exporter, prsdk::exportStdParms* stdParms, prsdk::exDoExportRec* rec) {
+prsdk::int32 DoExport(PremiereExporter& exporter, prsdk::exportStdParms* stdParms,
+                      prsdk::exDoExportRec* rec) {
     ExportSettings& s = exporter.settings;
     const HostParams params(exporter.paramSuite, exporter.pluginId, 0);
     prsdk::exParamValues v;
@@ -48,7 +49,8 @@ prsdk::int32 DoExport(PremiereExporter& exporter, prsdk::exportStdParms* stdParm
     if (exporter.timeSuite)
         exporter.timeSuite->GetTicksPerSecond(&s.ticksPerSecond);
 
-    prsdk::SPBasicSuite* broker = stdParms && stdParms->getSPBasicSuite ? stdParms->getSPBasicSuite() : nullptr;
+    prsdk::SPBasicSuite* broker =
+        stdParms && stdParms->getSPBasicSuite ? stdParms->getSPBasicSuite() : nullptr;
     LegacyCompiler compiler(s, broker);
     return compiler.Run(*rec);
 }

@@ -111,8 +111,9 @@ prsdk::int32 LegacyCompiler::Run(const prsdk::exDoExportRec& rec) {
                             : settings_.codec == FourCC("dv50") || settings_.codec == FourCC("dvh1");
     alternatingFieldPhase_ = codec && codec->alternatingFieldPhase;
 
-    const std::uint32_t initialised = encoder_->Initialise(&choice.input, &output_, choice.mode, rate->rate,
-                                                            rate->scale, kFrameBuffers, output_.biSizeImage, nullptr);
+    const std::uint32_t initialised =
+        encoder_->Initialise(&choice.input, &output_, choice.mode, rate->rate, rate->scale, kFrameBuffers,
+                             output_.biSizeImage, nullptr);
     if (initialised != 0)
         return static_cast<prsdk::int32>(initialised);
 

@@ -19,7 +19,8 @@ namespace QVN {
 
 class LegacyCompiler {
 public:
-    // Acquires the render-side suites (a refusal leaves that suite null; the run then fails where it needs it).
+    // Acquires the render-side suites (a refusal leaves that suite null; the run then fails where it needs
+    // it).
     LegacyCompiler(const ExportSettings& settings, prsdk::SPBasicSuite* broker);
     virtual ~LegacyCompiler();
     LegacyCompiler(const LegacyCompiler&) = delete;
@@ -32,9 +33,10 @@ private:
     // The host side of each frame and audio chunk.
     prsdk::int32 SetUpAudio(std::uint16_t* bitsPerSample);
     prsdk::int32 RequestFrame(std::int32_t frame);
-    static void OnFrameRendered(prsdk::csSDK_uint32 renderer, void* self, prsdk::PrTime time, prsdk::PPixHand frame,
-                                prsdk::SequenceRender_GetFrameReturnRec* result);
-    void FrameRendered(prsdk::PrTime time, prsdk::PPixHand frame, const prsdk::SequenceRender_GetFrameReturnRec* result);
+    static void OnFrameRendered(prsdk::csSDK_uint32 renderer, void* self, prsdk::PrTime time,
+                                prsdk::PPixHand frame, prsdk::SequenceRender_GetFrameReturnRec* result);
+    void FrameRendered(prsdk::PrTime time, prsdk::PPixHand frame,
+                       const prsdk::SequenceRender_GetFrameReturnRec* result);
     // Fills buffer with the codec's frame; 0, or the abort value (3 unsupported pair, 6 unknown format).
     prsdk::int32 ConvertFrame(std::int32_t frame, prsdk::PPixHand pixels, void* buffer);
     void DeliverInOrder(std::int32_t frame, void* buffer);

@@ -12,14 +12,16 @@ constexpr const char* kSourceFile = ".\\exporter.cpp";
 constexpr prsdk::int32 kLineNoBroker = 32;
 
 template <class Suite>
-void Acquire(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& out, prsdk::int32 line) {
+void Acquire(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& out,
+             prsdk::int32 line) {
     const void* suite = nullptr;
     if (broker->AcquireSuite(name, version, &suite) != prsdk::kSPNoError)
         throw PrSDKException{3, kFunction, kSourceFile, line};
     out = static_cast<Suite*>(const_cast<void*>(suite));
 }
 
-template <class Suite> void Release(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& s) {
+template <class Suite>
+void Release(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& s) {
     if (s)
         broker->ReleaseSuite(name, version);
     s = nullptr;
@@ -30,7 +32,8 @@ template <class Suite> void Release(prsdk::SPBasicSuite* broker, const char* nam
 PremiereExporter::PremiereExporter(prsdk::uint32 id, prsdk::exportStdParms* stdParms) : pluginId(id) {
     std::memset(&settings, 0, sizeof settings);
     settings.pluginId = id;
-    prsdk::SPBasicSuite* broker = stdParms && stdParms->getSPBasicSuite ? stdParms->getSPBasicSuite() : nullptr;
+    prsdk::SPBasicSuite* broker =
+        stdParms && stdParms->getSPBasicSuite ? stdParms->getSPBasicSuite() : nullptr;
     if (!broker)
         throw PrSDKException{3, kFunction, kSourceFile, kLineNoBroker};
     Acquire(broker, prsdk::kExportParamSuite, prsdk::kExportParamSuiteVersion, paramSuite, 38);
@@ -43,7 +46,8 @@ PremiereExporter::PremiereExporter(prsdk::uint32 id, prsdk::exportStdParms* stdP
 }
 
 void PremiereExporter::ReleaseSuites(prsdk::exportStdParms* stdParms) {
-    prsdk::SPBasicSuite* broker = stdParms && stdParms->getSPBasicSuite ? stdParms->getSPBasicSuite() : nullptr;
+    prsdk::SPBasicSuite* broker =
+        stdParms && stdParms->getSPBasicSuite ? stdParms->getSPBasicSuite() : nullptr;
     if (!broker)
         return;
     Release(broker, prsdk::kExportParamSuite, prsdk::kExportParamSuiteVersion, paramSuite);

@@ -11,11 +11,12 @@ namespace QVN {
 namespace {
 
 constexpr prsdk::int32 kResultFailed = static_cast<prsdk::int32>(0x80004005u);
-constexpr prsdk::int32 kAbortUnsupported = 3;  // a frame the codec cannot take, or a render error
+constexpr prsdk::int32 kAbortUnsupported = 3;   // a frame the codec cannot take, or a render error
 constexpr prsdk::int32 kAbortUnknownFormat = 6; // a frame in a format outside the three BGRA depths
 
 // The 10-bit codecs take every depth, best first; the others take 8-bit frames only.
-const prsdk::PrPixelFormat kDeepFormats[] = {prsdk::PrPixelFormat_BGRA_4444_32f, prsdk::PrPixelFormat_BGRA_4444_16u,
+const prsdk::PrPixelFormat kDeepFormats[] = {prsdk::PrPixelFormat_BGRA_4444_32f,
+                                             prsdk::PrPixelFormat_BGRA_4444_16u,
                                              prsdk::PrPixelFormat_BGRA_4444_8u};
 
 enum class Depth { k8u, k16u, k32f, kOther };
@@ -50,8 +51,8 @@ void CopyRows(const char* src, std::int32_t srcStep, char* dst, std::int32_t dst
         return;
     }
     for (std::int32_t r = 0; r < rows; ++r)
-        std::memcpy(dst + static_cast<std::ptrdiff_t>(r) * dstStep, src + static_cast<std::ptrdiff_t>(r) * srcStep,
-                    static_cast<std::size_t>(rowBytes));
+        std::memcpy(dst + static_cast<std::ptrdiff_t>(r) * dstStep,
+                    src + static_cast<std::ptrdiff_t>(r) * srcStep, static_cast<std::size_t>(rowBytes));
 }
 
 } // namespace
@@ -113,8 +114,8 @@ prsdk::int32 LegacyCompiler::RequestFrame(std::int32_t frame) {
     renderParams_.inCompositeOnBlack = 1;
     prsdk::csSDK_uint32 request = 0;
     const prsdk::prSuiteError err = renderSuite_->QueueAsyncVideoFrameRender(
-        videoRenderer_, static_cast<prsdk::PrTime>(frame) * settings_.ticksPerFrame, &request, &renderParams_, 0,
-        nullptr);
+        videoRenderer_, static_cast<prsdk::PrTime>(frame) * settings_.ticksPerFrame, &request, &renderParams_,
+        0, nullptr);
     if (err != prsdk::suiteError_NoError) {
         FrameDone();
         return kResultFailed;
@@ -122,8 +123,8 @@ prsdk::int32 LegacyCompiler::RequestFrame(std::int32_t frame) {
     return 0;
 }
 
-void LegacyCompiler::OnFrameRendered(prsdk::csSDK_uint32, void* self, prsdk::PrTime time, prsdk::PPixHand frame,
-                                     prsdk::SequenceRender_GetFrameReturnRec* result) {
+void LegacyCompiler::OnFrameRendered(prsdk::csSDK_uint32, void* self, prsdk::PrTime time,
+                                     prsdk::PPixHand frame, prsdk::SequenceRender_GetFrameReturnRec* result) {
     static_cast<LegacyCompiler*>(self)->FrameRendered(time, frame, result);
 }
 
@@ -178,16 +179,15 @@ prsdk::int32 LegacyCompiler::ConvertFrame(std::int32_t n, prsdk::PPixHand frame,
         if (alternatingFieldPhase_) {
             const prsdk::int32 phase = ((n - firstFrame_) % 2 == 0) ? 0 : 2;
             err = imageSuite_->CompressDV100720p(format, static_cast<prsdk::csSDK_uint32>(width),
-                                                 static_cast<prsdk::csSDK_uint32>(height), rowBytes, pixels, codec,
-                                                 static_cast<prsdk::csSDK_int32>(output_.biSizeImage), buffer, phase,
-                                                 prsdk::kPrRenderQuality_High);
+                                                 static_cast<prsdk::csSDK_uint32>(height), rowBytes, pixels,
+                                                 codec, static_cast<prsdk::csSDK_int32>(output_.biSizeImage),
+                                                 buffer, phase, prsdk::kPrRenderQuality_High);
         } else {
-            err = imageSuite_->ScaleConvert(format, static_cast<prsdk::csSDK_uint32>(width),
-                                            static_cast<prsdk::csSDK_uint32>(height), rowBytes, settings_.fieldType,
-                                            pixels, codec, static_cast<prsdk::csSDK_uint32>(width),
-                                            static_cast<prsdk::csSDK_uint32>(height),
-                                            static_cast<prsdk::csSDK_int32>(dstRowBytes), settings_.fieldType, buffer,
-                                            prsdk::kPrRenderQuality_High);
+            err = imageSuite_->ScaleConvert(
+                format, static_cast<prsdk::csSDK_uint32>(width), static_cast<prsdk::csSDK_uint32>(height),
+                rowBytes, settings_.fieldType, pixels, codec, static_cast<prsdk::csSDK_uint32>(width),
+                static_cast<prsdk::csSDK_uint32>(height), static_cast<prsdk::csSDK_int32>(dstRowBytes),
+                settings_.fieldType, buffer, prsdk::kPrRenderQuality_High);
         }
         return err == prsdk::suiteError_NoError ? 0 : kAbortUnsupported;
     }
@@ -209,14 +209,17 @@ prsdk::int32 LegacyCompiler::ConvertFrame(std::int32_t n, prsdk::PPixHand frame,
     }
     case Depth::k8u:
         if (codec == FourCC("UYVY") || codec == FourCC("HDYC"))
-            Video::uyvy::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width, height, 0, 0);
+            Video::uyvy::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width,
+                                    height, 0, 0);
         else if (codec == FourCC("r210"))
-            Video::r210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width, height, 0, 0);
+            Video::r210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width,
+                                    height, 0, 0);
         else if (codec == FourCC("v210"))
-            Video::v210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width, height, 0, 0);
+            Video::v210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width,
+                                    height, 0, 0);
         else if (TakesRowCopy(codec))
-            CopyRows(pixels, rowBytes, static_cast<char*>(buffer), static_cast<std::int32_t>(dstRowBytes), width * 4,
-                     height);
+            CopyRows(pixels, rowBytes, static_cast<char*>(buffer), static_cast<std::int32_t>(dstRowBytes),
+                     width * 4, height);
         else
             return kAbortUnsupported;
         return 0;
@@ -267,22 +270,23 @@ prsdk::int32 LegacyCompiler::DeliverAudio(std::uint32_t frames) {
         const std::uint32_t m = std::min(remaining, static_cast<std::uint32_t>(std::max(maxBlip_, 1)));
         if (m > channelBuffers_.front().size())
             return 1;
-        if (audioRenderSuite_->GetAudio(audioRenderer_, m, channelPointers_.data(), 0) != prsdk::suiteError_NoError)
+        if (audioRenderSuite_->GetAudio(audioRenderer_, m, channelPointers_.data(), 0) !=
+            prsdk::suiteError_NoError)
             return 1;
         std::uint8_t* out = interleaved_.data() + at;
         prsdk::prSuiteError converted = 0;
         switch (settings_.audioSampleType) {
         case 1:
-            converted = audioSuite_->ConvertAndInterleaveTo8BitInteger(channelPointers_.data(),
-                                                                       reinterpret_cast<char*>(out), channels_, m);
+            converted = audioSuite_->ConvertAndInterleaveTo8BitInteger(
+                channelPointers_.data(), reinterpret_cast<char*>(out), channels_, m);
             break;
         case 3:
-            converted = audioSuite_->ConvertAndInterleaveTo16BitInteger(channelPointers_.data(),
-                                                                        reinterpret_cast<short*>(out), channels_, m);
+            converted = audioSuite_->ConvertAndInterleaveTo16BitInteger(
+                channelPointers_.data(), reinterpret_cast<short*>(out), channels_, m);
             break;
         case 4:
-            converted = audioSuite_->ConvertAndInterleaveTo24BitInteger(channelPointers_.data(),
-                                                                        reinterpret_cast<char*>(out), channels_, m);
+            converted = audioSuite_->ConvertAndInterleaveTo24BitInteger(
+                channelPointers_.data(), reinterpret_cast<char*>(out), channels_, m);
             break;
         case 5:
             converted = audioSuite_->ConvertAndInterleaveTo32BitInteger(
@@ -305,7 +309,8 @@ prsdk::int32 LegacyCompiler::DeliverAudio(std::uint32_t frames) {
     }
     if (at == 0)
         return 0;
-    return static_cast<prsdk::int32>(encoder_->WriteAudio(interleaved_.data(), static_cast<std::uint32_t>(at)));
+    return static_cast<prsdk::int32>(
+        encoder_->WriteAudio(interleaved_.data(), static_cast<std::uint32_t>(at)));
 }
 
 } // namespace QVN

@@ -77,8 +77,10 @@ int InfoCommand(int argc, char** argv) {
     std::printf("start-up:     %d (%s)\n", startup, ResultName(startup));
     std::printf("name:         %s\n", Narrow(info.fileTypeName).c_str());
     std::printf("extension:    %s\n", Narrow(info.fileTypeDefaultExtension).c_str());
-    std::printf("file type:    '%s' (0x%08" PRIX32 ")\n", FourCCHighFirst(info.fileType).c_str(), info.fileType);
-    std::printf("class:        '%s' (0x%08" PRIX32 ")\n", FourCCHighFirst(info.classID).c_str(), info.classID);
+    std::printf("file type:    '%s' (0x%08" PRIX32 ")\n", FourCCHighFirst(info.fileType).c_str(),
+                info.fileType);
+    std::printf("class:        '%s' (0x%08" PRIX32 ")\n", FourCCHighFirst(info.classID).c_str(),
+                info.classID);
     std::printf("video:        %s\n", info.canExportVideo ? "yes" : "no");
     std::printf("audio:        %s\n", info.canExportAudio ? "yes" : "no");
     std::printf("hidden:       %s\n", info.hideInUI ? "yes" : "no");

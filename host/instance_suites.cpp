@@ -16,7 +16,8 @@ using prsdk::prSuiteError;
 SequenceInfo gSequence;
 
 // --- Export Info Suite ---
-prSuiteError GetExportSourceInfo(prsdk::csSDK_uint32, prsdk::PrExportSourceInfoKey key, prsdk::PrParam* info) {
+prSuiteError GetExportSourceInfo(prsdk::csSDK_uint32, prsdk::PrExportSourceInfoKey key,
+                                 prsdk::PrParam* info) {
     if (!info)
         return prsdk::suiteError_InvalidParms;
     std::memset(info, 0, sizeof *info);
@@ -60,12 +61,18 @@ prSuiteError GetExportSourceInfo(prsdk::csSDK_uint32, prsdk::PrExportSourceInfoK
 const prsdk::ExportInfoSuite kInfoSuite = {GetExportSourceInfo};
 
 // --- Export File Suite: the host owns the file; the module only asks for its path. ---
-prSuiteError FileOpen(prsdk::csSDK_uint32) { return prsdk::suiteError_NoError; }
-prSuiteError FileWrite(prsdk::csSDK_uint32, void*, prsdk::csSDK_int32) { return prsdk::suiteError_NotImplemented; }
+prSuiteError FileOpen(prsdk::csSDK_uint32) {
+    return prsdk::suiteError_NoError;
+}
+prSuiteError FileWrite(prsdk::csSDK_uint32, void*, prsdk::csSDK_int32) {
+    return prsdk::suiteError_NotImplemented;
+}
 prSuiteError FileSeek(prsdk::csSDK_uint32, prsdk::int64, prsdk::int64*, prsdk::int32) {
     return prsdk::suiteError_NotImplemented;
 }
-prSuiteError FileClose(prsdk::csSDK_uint32) { return prsdk::suiteError_NoError; }
+prSuiteError FileClose(prsdk::csSDK_uint32) {
+    return prsdk::suiteError_NoError;
+}
 // With a null path buffer the length (in characters, with the terminating zero) is answered; otherwise the
 // path is copied when the caller's length is enough.
 prSuiteError GetPlatformPath(prsdk::csSDK_uint32, prsdk::csSDK_int32* length, prsdk::prUTF16Char* path) {
@@ -92,7 +99,9 @@ prSuiteError GetTicksPerSecond(prsdk::PrTime* ticks) {
     *ticks = kTicksPerSecond;
     return prsdk::suiteError_NoError;
 }
-prSuiteError GetTicksPerVideoFrame(prsdk::int32, prsdk::PrTime*) { return prsdk::suiteError_NotImplemented; }
+prSuiteError GetTicksPerVideoFrame(prsdk::int32, prsdk::PrTime*) {
+    return prsdk::suiteError_NotImplemented;
+}
 prSuiteError GetTicksPerAudioSample(float rate, prsdk::PrTime* ticks) {
     if (!(rate > 0.0f))
         return prsdk::suiteError_InvalidParms;
@@ -116,16 +125,28 @@ prsdk::csSDK_uint32 PtrSize(prsdk::PrMemoryPtr p) {
         std::memcpy(&size, p - kHeader, sizeof size);
     return size;
 }
-prSuiteError ReserveMemory(prsdk::csSDK_uint32, prsdk::csSDK_uint32) { return prsdk::suiteError_NoError; }
+prSuiteError ReserveMemory(prsdk::csSDK_uint32, prsdk::csSDK_uint32) {
+    return prsdk::suiteError_NoError;
+}
 prSuiteError GetMemoryManagerSize(std::size_t* size) {
     *size = std::size_t{4} << 30;
     return prsdk::suiteError_NoError;
 }
-prSuiteError AddBlock(std::size_t) { return prsdk::suiteError_NoError; }
-prSuiteError TouchBlock(void*) { return prsdk::suiteError_NoError; }
-prSuiteError RemoveBlock(void*) { return prsdk::suiteError_NoError; }
-prsdk::PrMemoryPtr NewPtrClear(prsdk::csSDK_uint32 n) { return NewPtrImpl(n, true); }
-prsdk::PrMemoryPtr NewPtr(prsdk::csSDK_uint32 n) { return NewPtrImpl(n, false); }
+prSuiteError AddBlock(std::size_t) {
+    return prsdk::suiteError_NoError;
+}
+prSuiteError TouchBlock(void*) {
+    return prsdk::suiteError_NoError;
+}
+prSuiteError RemoveBlock(void*) {
+    return prsdk::suiteError_NoError;
+}
+prsdk::PrMemoryPtr NewPtrClear(prsdk::csSDK_uint32 n) {
+    return NewPtrImpl(n, true);
+}
+prsdk::PrMemoryPtr NewPtr(prsdk::csSDK_uint32 n) {
+    return NewPtrImpl(n, false);
+}
 void SetPtrSize(prsdk::PrMemoryPtr* p, prsdk::csSDK_uint32 n) {
     auto* raw = static_cast<char*>(std::realloc(*p ? *p - kHeader : nullptr, n + kHeader));
     if (!raw)
@@ -148,8 +169,12 @@ prsdk::PrMemoryHandle NewHandleImpl(prsdk::csSDK_uint32 n, bool clear) {
     }
     return h;
 }
-prsdk::PrMemoryHandle NewHandle(prsdk::csSDK_uint32 n) { return NewHandleImpl(n, false); }
-prsdk::PrMemoryHandle NewHandleClear(prsdk::csSDK_uint32 n) { return NewHandleImpl(n, true); }
+prsdk::PrMemoryHandle NewHandle(prsdk::csSDK_uint32 n) {
+    return NewHandleImpl(n, false);
+}
+prsdk::PrMemoryHandle NewHandleClear(prsdk::csSDK_uint32 n) {
+    return NewHandleImpl(n, true);
+}
 void DisposeHandle(prsdk::PrMemoryHandle h) {
     if (h) {
         DisposePtr(*h);
@@ -162,20 +187,26 @@ prSuiteError SetHandleSize(prsdk::PrMemoryHandle h, prsdk::csSDK_uint32 n) {
     SetPtrSize(h, n);
     return PtrSize(*h) == n ? prsdk::suiteError_NoError : prsdk::suiteError_OutOfMemory;
 }
-prsdk::csSDK_uint32 GetHandleSize(prsdk::PrMemoryHandle h) { return h ? PtrSize(*h) : 0; }
-const prsdk::MemoryManagerSuite kMemorySuite = {ReserveMemory, GetMemoryManagerSize, AddBlock, TouchBlock,
-                                                 RemoveBlock,   NewPtrClear,          NewPtr,   PtrSize,
-                                                 SetPtrSize,    NewHandle,            NewHandleClear, DisposePtr,
-                                                 DisposeHandle, SetHandleSize,        GetHandleSize};
+prsdk::csSDK_uint32 GetHandleSize(prsdk::PrMemoryHandle h) {
+    return h ? PtrSize(*h) : 0;
+}
+const prsdk::MemoryManagerSuite kMemorySuite = {
+    ReserveMemory, GetMemoryManagerSize, AddBlock,  TouchBlock,     RemoveBlock, NewPtrClear,   NewPtr,
+    PtrSize,       SetPtrSize,           NewHandle, NewHandleClear, DisposePtr,  DisposeHandle, SetHandleSize,
+    GetHandleSize};
 
 // --- Window Suite: no windows in a command-line host. ---
-void* GetMainWindow() { return nullptr; }
+void* GetMainWindow() {
+    return nullptr;
+}
 void UpdateAllWindows() {}
 const prsdk::WindowSuite kWindowSuite = {GetMainWindow, UpdateAllWindows};
 
 } // namespace
 
-SequenceInfo& CurrentSequence() { return gSequence; }
+SequenceInfo& CurrentSequence() {
+    return gSequence;
+}
 
 void RegisterInstanceSuites() {
     SuiteBroker& broker = SuiteBroker::Instance();

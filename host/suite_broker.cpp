@@ -17,8 +17,12 @@ SuiteBroker::SuiteBroker() {
     noBroker_ = {prsdk::EXPORTMOD_VERSION_CS5, GetNoBroker};
 }
 
-prsdk::SPBasicSuite* SuiteBroker::GetBroker() { return &Instance().basic_; }
-prsdk::SPBasicSuite* SuiteBroker::GetNoBroker() { return nullptr; }
+prsdk::SPBasicSuite* SuiteBroker::GetBroker() {
+    return &Instance().basic_;
+}
+prsdk::SPBasicSuite* SuiteBroker::GetNoBroker() {
+    return nullptr;
+}
 
 void SuiteBroker::Register(const std::string& name, prsdk::int32 version, const void* suite) {
     std::lock_guard<std::mutex> hold(mutex_);
@@ -51,7 +55,8 @@ std::vector<std::string> SuiteBroker::Outstanding() const {
     std::vector<std::string> out;
     for (const auto& [key, count] : balance_) {
         if (count != 0)
-            out.push_back(key.first + " v" + std::to_string(key.second) + (count > 0 ? " not released" : " over-released"));
+            out.push_back(key.first + " v" + std::to_string(key.second) +
+                          (count > 0 ? " not released" : " over-released"));
     }
     return out;
 }
@@ -83,7 +88,9 @@ prsdk::SPErr SuiteBroker::ReleaseSuite(const char* name, prsdk::int32 version) {
     return prsdk::kSPNoError;
 }
 
-prsdk::int32 SuiteBroker::IsEqual(const char* a, const char* b) { return a && b && std::strcmp(a, b) == 0; }
+prsdk::int32 SuiteBroker::IsEqual(const char* a, const char* b) {
+    return a && b && std::strcmp(a, b) == 0;
+}
 
 prsdk::SPErr SuiteBroker::AllocateBlock(std::size_t size, void** block) {
     *block = std::malloc(size ? size : 1);
@@ -103,6 +110,8 @@ prsdk::SPErr SuiteBroker::ReallocateBlock(void* block, std::size_t size, void** 
     return prsdk::kSPNoError;
 }
 
-prsdk::SPErr SuiteBroker::Undefined() { return prsdk::suiteError_NotImplemented; }
+prsdk::SPErr SuiteBroker::Undefined() {
+    return prsdk::suiteError_NotImplemented;
+}
 
 } // namespace qvnhost

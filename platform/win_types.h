@@ -6,11 +6,14 @@
 #include <cstdint>
 
 #ifdef _WIN32
+// The order matters: windows.h first, then what needs its types; strmif.h declares REFERENCE_TIME for
+// amvideo.h.
+// clang-format off
 #include <windows.h>
-// windows.h first: these need its types.
 #include <mmreg.h>
 #include <strmif.h>
 #include <amvideo.h>
+// clang-format on
 #else
 
 using BYTE = std::uint8_t;
@@ -94,8 +97,12 @@ inline constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001u);
 inline constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000Eu);
 inline constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057u);
 
-constexpr bool SUCCEEDED(HRESULT hr) { return hr >= 0; }
-constexpr bool FAILED(HRESULT hr) { return hr < 0; }
+constexpr bool SUCCEEDED(HRESULT hr) {
+    return hr >= 0;
+}
+constexpr bool FAILED(HRESULT hr) {
+    return hr < 0;
+}
 constexpr HRESULT HRESULT_FROM_WIN32(std::uint32_t error) {
     return error == 0 ? 0 : static_cast<HRESULT>((error & 0x0000FFFFu) | 0x80070000u);
 }

@@ -100,10 +100,10 @@ struct ExportParamSuite {
     prSuiteError (*GetConstrainedValue)(csSDK_uint32 exporterPluginID, csSDK_int32 multiGroupIndex,
                                         const char* identifier, csSDK_int32 index, exOneParamValueRec* value,
                                         prUTF16Char* name);
-    prSuiteError (*GetArbData)(csSDK_uint32 exporterPluginID, csSDK_int32 multiGroupIndex, const char* identifier,
-                               csSDK_int32* arbDataSize, void* arbData);
-    prSuiteError (*SetArbData)(csSDK_uint32 exporterPluginID, csSDK_int32 multiGroupIndex, const char* identifier,
-                               csSDK_int32 arbDataSize, const void* arbData);
+    prSuiteError (*GetArbData)(csSDK_uint32 exporterPluginID, csSDK_int32 multiGroupIndex,
+                               const char* identifier, csSDK_int32* arbDataSize, void* arbData);
+    prSuiteError (*SetArbData)(csSDK_uint32 exporterPluginID, csSDK_int32 multiGroupIndex,
+                               const char* identifier, csSDK_int32 arbDataSize, const void* arbData);
     prSuiteError (*CountMultiGroups)(csSDK_uint32 exporterPluginID, csSDK_int32* count);
     prSuiteError (*SetConstrainedListIsOptional)(csSDK_uint32 exporterPluginID, csSDK_int32 multiGroupIndex,
                                                  const char* identifier, prBool isOptional);

@@ -79,7 +79,8 @@ struct prRect {
 };
 
 struct ExportInfoSuite {
-    prSuiteError (*GetExportSourceInfo)(csSDK_uint32 exporterPluginID, PrExportSourceInfoKey key, PrParam* info);
+    prSuiteError (*GetExportSourceInfo)(csSDK_uint32 exporterPluginID, PrExportSourceInfoKey key,
+                                        PrParam* info);
 };
 
 struct ExportFileSuite {
@@ -87,13 +88,15 @@ struct ExportFileSuite {
     prSuiteError (*Write)(csSDK_uint32 fileObject, void* data, csSDK_int32 size);
     prSuiteError (*Seek)(csSDK_uint32 fileObject, int64 position, int64* newPosition, int32 seekMode);
     prSuiteError (*Close)(csSDK_uint32 fileObject);
-    prSuiteError (*GetPlatformPath)(csSDK_uint32 fileObject, csSDK_int32* pathLength, prUTF16Char* platformPath);
+    prSuiteError (*GetPlatformPath)(csSDK_uint32 fileObject, csSDK_int32* pathLength,
+                                    prUTF16Char* platformPath);
 };
 
 struct ExportProgressSuite {
     prSuiteError (*SetProgressString)(csSDK_uint32 exporterPluginID, const prUTF16Char* text);
     prSuiteError (*UpdateProgressPercent)(csSDK_uint32 exporterPluginID, float percent);
-    prSuiteError (*UpdateProgressPercentWithFrame)(csSDK_uint32 exporterPluginID, float percent, PPixHand frame);
+    prSuiteError (*UpdateProgressPercentWithFrame)(csSDK_uint32 exporterPluginID, float percent,
+                                                   PPixHand frame);
     prSuiteError (*WaitForResume)(csSDK_uint32 exporterPluginID);
 };
 

@@ -66,19 +66,21 @@ struct SequenceRender_GetFrameReturnRec {
 };
 
 using PrSDKSequenceAsyncRenderCompletionProc = void (*)(csSDK_uint32 videoRenderID, void* callbackRef,
-                                                         PrTime renderedTime, PPixHand renderedFrame,
-                                                         SequenceRender_GetFrameReturnRec* getFrameReturn);
+                                                        PrTime renderedTime, PPixHand renderedFrame,
+                                                        SequenceRender_GetFrameReturnRec* getFrameReturn);
 
 struct SequenceRenderSuite {
     prSuiteError (*MakeVideoRenderer)(csSDK_uint32 pluginID, csSDK_uint32* videoRenderID, PrTime frameRate);
     prSuiteError (*ReleaseVideoRenderer)(csSDK_uint32 pluginID, csSDK_uint32 videoRenderID);
-    prSuiteError (*RenderVideoFrame)(csSDK_uint32 videoRenderID, PrTime time, SequenceRender_ParamsRec* params,
-                                     int32 cacheFlags, SequenceRender_GetFrameReturnRec* frameReturn);
+    prSuiteError (*RenderVideoFrame)(csSDK_uint32 videoRenderID, PrTime time,
+                                     SequenceRender_ParamsRec* params, int32 cacheFlags,
+                                     SequenceRender_GetFrameReturnRec* frameReturn);
     prSuiteError (*QueueAsyncVideoFrameRender)(csSDK_uint32 videoRenderID, PrTime time,
                                                csSDK_uint32* requestID, SequenceRender_ParamsRec* params,
                                                int32 cacheFlags, void* asyncCompletionData);
     prSuiteError (*SetAsyncRenderCompletionProc)(csSDK_uint32 videoRenderID,
-                                                 PrSDKSequenceAsyncRenderCompletionProc proc, void* callbackRef);
+                                                 PrSDKSequenceAsyncRenderCompletionProc proc,
+                                                 void* callbackRef);
     prSuiteError (*GetFrameInfo)(csSDK_uint32 videoRenderID, void* frameInfo);
     prSuiteError (*PrefetchMedia)(csSDK_uint32 videoRenderID, PrTime frame);
     prSuiteError (*PrefetchMediaWithRenderParameters)(csSDK_uint32 videoRenderID, PrTime time,
@@ -88,7 +90,8 @@ struct SequenceRenderSuite {
 
 struct SequenceAudioSuite {
     prSuiteError (*MakeAudioRenderer)(csSDK_uint32 pluginID, PrTime startTime, PrAudioChannelType channelType,
-                                      PrAudioSampleType sampleType, float sampleRate, csSDK_uint32* audioRenderID);
+                                      PrAudioSampleType sampleType, float sampleRate,
+                                      csSDK_uint32* audioRenderID);
     prSuiteError (*ReleaseAudioRenderer)(csSDK_uint32 pluginID, csSDK_uint32 audioRenderID);
     prSuiteError (*GetAudio)(csSDK_uint32 audioRenderID, csSDK_uint32 frameCount, float** buffers, char clip);
     prSuiteError (*ResetAudioToBeginning)(csSDK_uint32 audioRenderID);
@@ -135,7 +138,8 @@ struct ImageProcessingSuite {
                                  csSDK_int32 dstRowBytes, int32 dstFieldType, void* dstBuffer, int32 quality);
     prSuiteError (*CompressDV100720p)(PrPixelFormat srcFormat, csSDK_uint32 srcWidth, csSDK_uint32 srcHeight,
                                       csSDK_int32 srcRowBytes, void* srcBuffer, PrPixelFormat dstFormat,
-                                      csSDK_int32 dstLength, void* dstBuffer, int32 channelOffset, int32 quality);
+                                      csSDK_int32 dstLength, void* dstBuffer, int32 channelOffset,
+                                      int32 quality);
 };
 
 #pragma pack(pop)

@@ -98,7 +98,8 @@ enum : int32 {
 
 // A four-character code with its first character in the lowest byte (AVI chunk ids, codecs, pixel formats).
 constexpr uint32 MakeFourCC(char a, char b, char c, char d) {
-    return static_cast<uint32>(static_cast<unsigned char>(a)) | static_cast<uint32>(static_cast<unsigned char>(b)) << 8 |
+    return static_cast<uint32>(static_cast<unsigned char>(a)) |
+           static_cast<uint32>(static_cast<unsigned char>(b)) << 8 |
            static_cast<uint32>(static_cast<unsigned char>(c)) << 16 |
            static_cast<uint32>(static_cast<unsigned char>(d)) << 24;
 }

@@ -1,12 +1,14 @@
-#include <dlfcn.h>
 #include <climits>
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include "platform/dynamic_library.h"
 
 namespace QVN {
 
-CDynamicLibrary::~CDynamicLibrary() { Unload(); }
+CDynamicLibrary::~CDynamicLibrary() {
+    Unload();
+}
 
 bool CDynamicLibrary::Load(const char* path, std::string* error) {
     Unload();
@@ -18,7 +20,9 @@ bool CDynamicLibrary::Load(const char* path, std::string* error) {
     return handle_ != nullptr;
 }
 
-void* CDynamicLibrary::Symbol(const char* name) const { return handle_ ? dlsym(handle_, name) : nullptr; }
+void* CDynamicLibrary::Symbol(const char* name) const {
+    return handle_ ? dlsym(handle_, name) : nullptr;
+}
 
 void CDynamicLibrary::Unload() {
     if (handle_)
@@ -32,6 +36,8 @@ std::string CDynamicLibrary::ProgramPath() {
     return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
 }
 
-const char* CDynamicLibrary::DefaultModuleName() { return "QVNExport.so"; }
+const char* CDynamicLibrary::DefaultModuleName() {
+    return "QVNExport.so";
+}
 
 } // namespace QVN

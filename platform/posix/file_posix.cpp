@@ -22,7 +22,9 @@ HRESULT OpenFailure(int flags) {
 
 } // namespace
 
-CFile::~CFile() { Close(); }
+CFile::~CFile() {
+    Close();
+}
 
 CFile::CFile(CFile&& other) noexcept : fd_(other.fd_), unbuffered_(other.unbuffered_) {
     other.fd_ = -1;
@@ -40,7 +42,9 @@ CFile& CFile::operator=(CFile&& other) noexcept {
     return *this;
 }
 
-bool CFile::IsOpen() const { return fd_ >= 0; }
+bool CFile::IsOpen() const {
+    return fd_ >= 0;
+}
 
 HRESULT CFile::Open(const char* path, FileCreation creation, FileBuffering buffering) {
     Close();
@@ -206,6 +210,8 @@ HRESULT DeleteFileUtf8(const char* path) {
     return HresultFromLastError();
 }
 
-HRESULT HresultFromLastError() { return HresultFromErrno(errno); }
+HRESULT HresultFromLastError() {
+    return HresultFromErrno(errno);
+}
 
 } // namespace QVN

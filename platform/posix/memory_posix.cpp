@@ -6,7 +6,9 @@
 
 namespace QVN {
 
-std::size_t PageSize() { return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)); }
+std::size_t PageSize() {
+    return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
 
 void* CommitPages(std::size_t bytes) {
     if (bytes == 0)

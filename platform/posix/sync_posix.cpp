@@ -62,10 +62,18 @@ CW32CriticalSection::CW32CriticalSection() {
     pthread_mutex_init(reinterpret_cast<pthread_mutex_t*>(storage_), &attr);
     pthread_mutexattr_destroy(&attr);
 }
-CW32CriticalSection::~CW32CriticalSection() { pthread_mutex_destroy(reinterpret_cast<pthread_mutex_t*>(storage_)); }
-void CW32CriticalSection::Lock() { pthread_mutex_lock(reinterpret_cast<pthread_mutex_t*>(storage_)); }
-void CW32CriticalSection::Unlock() { pthread_mutex_unlock(reinterpret_cast<pthread_mutex_t*>(storage_)); }
-bool CW32CriticalSection::TryLock() { return pthread_mutex_trylock(reinterpret_cast<pthread_mutex_t*>(storage_)) == 0; }
+CW32CriticalSection::~CW32CriticalSection() {
+    pthread_mutex_destroy(reinterpret_cast<pthread_mutex_t*>(storage_));
+}
+void CW32CriticalSection::Lock() {
+    pthread_mutex_lock(reinterpret_cast<pthread_mutex_t*>(storage_));
+}
+void CW32CriticalSection::Unlock() {
+    pthread_mutex_unlock(reinterpret_cast<pthread_mutex_t*>(storage_));
+}
+bool CW32CriticalSection::TryLock() {
+    return pthread_mutex_trylock(reinterpret_cast<pthread_mutex_t*>(storage_)) == 0;
+}
 
 struct CAutoResetEvent::Impl {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -106,7 +114,8 @@ bool CAutoResetEvent::Wait(std::uint32_t timeoutMs) {
         return true;
     }
     impl_->waiters += 1;
-    const bool got = WaitUntil(&impl_->cond, &impl_->mutex, timeoutMs, [this] { return impl_->releases > 0; });
+    const bool got =
+        WaitUntil(&impl_->cond, &impl_->mutex, timeoutMs, [this] { return impl_->releases > 0; });
     impl_->waiters -= 1;
     if (got)
         impl_->releases -= 1;
@@ -178,8 +187,12 @@ void* ThreadMain(void* raw) {
 }
 } // namespace
 
-CThread::~CThread() { Join(); }
-CThread::CThread(CThread&& other) noexcept : handle_(other.handle_) { other.handle_ = nullptr; }
+CThread::~CThread() {
+    Join();
+}
+CThread::CThread(CThread&& other) noexcept : handle_(other.handle_) {
+    other.handle_ = nullptr;
+}
 CThread& CThread::operator=(CThread&& other) noexcept {
     if (this != &other) {
         Join();

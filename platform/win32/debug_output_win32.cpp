@@ -3,6 +3,8 @@
 
 namespace QVN {
 
-void DebugOutput(const char* text) { OutputDebugStringA(text); }
+void DebugOutput(const char* text) {
+    OutputDebugStringA(text);
+}
 
 } // namespace QVN

@@ -4,7 +4,9 @@
 
 namespace QVN {
 
-CDynamicLibrary::~CDynamicLibrary() { Unload(); }
+CDynamicLibrary::~CDynamicLibrary() {
+    Unload();
+}
 
 bool CDynamicLibrary::Load(const char* path, std::string* error) {
     Unload();
@@ -13,7 +15,8 @@ bool CDynamicLibrary::Load(const char* path, std::string* error) {
     if (!handle_ && error) {
         const DWORD code = GetLastError();
         wchar_t* message = nullptr;
-        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                           FORMAT_MESSAGE_IGNORE_INSERTS,
                        nullptr, code, 0, reinterpret_cast<wchar_t*>(&message), 0, nullptr);
         std::string text = message ? WideToUtf8(message) : std::string();
         if (message)
@@ -41,6 +44,8 @@ std::string CDynamicLibrary::ProgramPath() {
     return n ? WideToUtf8(std::wstring_view(buffer, n)) : std::string();
 }
 
-const char* CDynamicLibrary::DefaultModuleName() { return "QVNExport.prm"; }
+const char* CDynamicLibrary::DefaultModuleName() {
+    return "QVNExport.prm";
+}
 
 } // namespace QVN

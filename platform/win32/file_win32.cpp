@@ -6,7 +6,9 @@
 
 namespace QVN {
 
-CFile::~CFile() { Close(); }
+CFile::~CFile() {
+    Close();
+}
 
 CFile::CFile(CFile&& other) noexcept : handle_(other.handle_), unbuffered_(other.unbuffered_) {
     other.handle_ = nullptr;
@@ -24,14 +26,16 @@ CFile& CFile::operator=(CFile&& other) noexcept {
     return *this;
 }
 
-bool CFile::IsOpen() const { return handle_ != nullptr; }
+bool CFile::IsOpen() const {
+    return handle_ != nullptr;
+}
 
 HRESULT CFile::Open(const char* path, FileCreation creation, FileBuffering buffering) {
     Close();
     if (!path)
         return E_POINTER;
     const std::wstring wide = Utf8ToWide(path);
-    const DWORD disposition = creation == FileCreation::kCreateAlways  ? CREATE_ALWAYS
+    const DWORD disposition = creation == FileCreation::kCreateAlways ? CREATE_ALWAYS
                               : creation == FileCreation::kOpenAlways ? OPEN_ALWAYS
                                                                       : OPEN_EXISTING;
     const DWORD access = GENERIC_READ | GENERIC_WRITE;
@@ -41,9 +45,9 @@ HRESULT CFile::Open(const char* path, FileCreation creation, FileBuffering buffe
         if (UnbufferedIoDisabled())
             SetLastError(ERROR_INVALID_PARAMETER); // taken exactly like a file system that refuses it
         else
-            h = CreateFileW(wide.c_str(), access, share, nullptr, disposition,
-                            FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_FLAG_NO_BUFFERING,
-                            nullptr);
+            h = CreateFileW(
+                wide.c_str(), access, share, nullptr, disposition,
+                FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_FLAG_NO_BUFFERING, nullptr);
         if (h != INVALID_HANDLE_VALUE) {
             handle_ = h;
             unbuffered_ = true;
@@ -140,7 +144,8 @@ HRESULT CFile::Seek(std::uint64_t position) {
         return HRESULT_FROM_WIN32(kErrorInvalidHandle);
     LARGE_INTEGER to;
     to.QuadPart = static_cast<LONGLONG>(position);
-    return SetFilePointerEx(static_cast<HANDLE>(handle_), to, nullptr, FILE_BEGIN) ? S_OK : HresultFromLastError();
+    return SetFilePointerEx(static_cast<HANDLE>(handle_), to, nullptr, FILE_BEGIN) ? S_OK
+                                                                                   : HresultFromLastError();
 }
 
 HRESULT CFile::SeekToEnd(std::uint64_t* position) {

@@ -16,9 +16,15 @@ static_assert(sizeof(CRITICAL_SECTION) <= 64 && alignof(CRITICAL_SECTION) <= 8);
 CW32CriticalSection::CW32CriticalSection() {
     InitializeCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_));
 }
-CW32CriticalSection::~CW32CriticalSection() { DeleteCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
-void CW32CriticalSection::Lock() { EnterCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
-void CW32CriticalSection::Unlock() { LeaveCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
+CW32CriticalSection::~CW32CriticalSection() {
+    DeleteCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_));
+}
+void CW32CriticalSection::Lock() {
+    EnterCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_));
+}
+void CW32CriticalSection::Unlock() {
+    LeaveCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_));
+}
 bool CW32CriticalSection::TryLock() {
     return TryEnterCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)) != FALSE;
 }
@@ -32,7 +38,9 @@ CAutoResetEvent::~CAutoResetEvent() {
     if (impl_)
         CloseHandle(reinterpret_cast<HANDLE>(impl_));
 }
-void CAutoResetEvent::Set() { SetEvent(reinterpret_cast<HANDLE>(impl_)); }
+void CAutoResetEvent::Set() {
+    SetEvent(reinterpret_cast<HANDLE>(impl_));
+}
 bool CAutoResetEvent::Wait(std::uint32_t timeoutMs) {
     return WaitForSingleObject(reinterpret_cast<HANDLE>(impl_), timeoutMs) == WAIT_OBJECT_0;
 }
@@ -68,8 +76,12 @@ unsigned __stdcall ThreadMain(void* raw) {
 }
 } // namespace
 
-CThread::~CThread() { Join(); }
-CThread::CThread(CThread&& other) noexcept : handle_(other.handle_) { other.handle_ = nullptr; }
+CThread::~CThread() {
+    Join();
+}
+CThread::CThread(CThread&& other) noexcept : handle_(other.handle_) {
+    other.handle_ = nullptr;
+}
 CThread& CThread::operator=(CThread&& other) noexcept {
     if (this != &other) {
         Join();
@@ -104,7 +116,9 @@ std::uint32_t CThread::Join() {
     return code;
 }
 
-void SleepMs(std::uint32_t milliseconds) { Sleep(milliseconds); }
+void SleepMs(std::uint32_t milliseconds) {
+    Sleep(milliseconds);
+}
 
 // The performance counter rather than GetTickCount64, whose 16 ms steps are too coarse for short waits.
 std::uint64_t MonotonicMs() {

@@ -10,14 +10,16 @@
 #include "exporter/premiere_exporter.h"
 #include "prsdk/prsdk.h"
 
-PR_EXPORT prsdk::int32 xSDKExport(prsdk::int32 selector, prsdk::exportStdParms* stdParms, void* param1, void* param2);
+PR_EXPORT prsdk::int32 xSDKExport(prsdk::int32 selector, prsdk::exportStdParms* stdParms, void* param1,
+                                  void* param2);
 
 namespace {
 
 // The suites in the order an instance must acquire them, with their versions.
 const std::vector<std::pair<std::string, int>> kInstanceSuites = {
-    {"MediaCore Export Param Suite", 3}, {"MediaCore Export File Suite", 1}, {"MediaCore Export Info Suite", 1},
-    {"Premiere PPix Suite", 1},          {"Premiere Time Suite", 1},         {"Premiere Memory Manager Suite", 3},
+    {"MediaCore Export Param Suite", 3}, {"MediaCore Export File Suite", 1},
+    {"MediaCore Export Info Suite", 1},  {"Premiere PPix Suite", 1},
+    {"Premiere Time Suite", 1},          {"Premiere Memory Manager Suite", 3},
     {"Premiere Window Suite", 1}};
 
 struct ScriptedBroker {
@@ -44,8 +46,12 @@ prsdk::SPErr Release(const char* name, prsdk::int32 version) {
     return prsdk::kSPNoError;
 }
 prsdk::SPBasicSuite gBasic = {Acquire, Release, nullptr, nullptr, nullptr, nullptr, nullptr};
-prsdk::SPBasicSuite* GetBasic() { return &gBasic; }
-prsdk::SPBasicSuite* GetNothing() { return nullptr; }
+prsdk::SPBasicSuite* GetBasic() {
+    return &gBasic;
+}
+prsdk::SPBasicSuite* GetNothing() {
+    return nullptr;
+}
 
 class Entry : public testing::Test {
 protected:

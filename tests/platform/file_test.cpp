@@ -35,7 +35,8 @@ std::vector<unsigned char> ReadAll(const std::string& path) {
 void CheckMixedWrites(const std::string& path, bool* wasUnbuffered) {
     QVN::CFile cached, direct;
     ASSERT_EQ(cached.Open(path.c_str(), QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kCached), S_OK);
-    ASSERT_EQ(direct.Open(path.c_str(), QVN::FileCreation::kOpenExisting, QVN::FileBuffering::kUnbuffered), S_OK);
+    ASSERT_EQ(direct.Open(path.c_str(), QVN::FileCreation::kOpenExisting, QVN::FileBuffering::kUnbuffered),
+              S_OK);
     *wasUnbuffered = direct.IsUnbuffered();
 
     const std::size_t blockBytes = 3 * 4096;
@@ -99,7 +100,8 @@ TEST(File, AnUnalignedWriteThroughADirectHandleStillLands) {
     // itself into a cached one instead of failing the write.
     const std::string path = TempPath("unaligned.bin");
     QVN::CFile file;
-    ASSERT_EQ(file.Open(path.c_str(), QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kUnbuffered), S_OK);
+    ASSERT_EQ(file.Open(path.c_str(), QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kUnbuffered),
+              S_OK);
     ASSERT_TRUE(file.IsUnbuffered());
     ASSERT_EQ(file.WriteAt(3, "odd", 3), S_OK);
     EXPECT_FALSE(file.IsUnbuffered());
@@ -133,10 +135,12 @@ TEST(File, PositionsBeyondFourGigabytesAreExact) {
 
 TEST(File, FailuresBecomeTheHresultsWindowsReports) {
     QVN::CFile file;
-    EXPECT_EQ(file.Open("no-such-folder-qvn/x.avi", QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kCached),
-              HRESULT_FROM_WIN32(QVN::kErrorPathNotFound));
-    EXPECT_EQ(file.Open("no-such-file-qvn.avi", QVN::FileCreation::kOpenExisting, QVN::FileBuffering::kCached),
-              HRESULT_FROM_WIN32(QVN::kErrorFileNotFound));
+    EXPECT_EQ(
+        file.Open("no-such-folder-qvn/x.avi", QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kCached),
+        HRESULT_FROM_WIN32(QVN::kErrorPathNotFound));
+    EXPECT_EQ(
+        file.Open("no-such-file-qvn.avi", QVN::FileCreation::kOpenExisting, QVN::FileBuffering::kCached),
+        HRESULT_FROM_WIN32(QVN::kErrorFileNotFound));
     EXPECT_EQ(file.Open(".", QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kUnbuffered),
               HRESULT_FROM_WIN32(QVN::kErrorAccessDenied))
         << "a folder is not a file to write";

@@ -49,7 +49,10 @@ TEST(TextEncoding, RoundTripsEveryPlaneAndReplacesMalformedInput) {
     EXPECT_EQ(QVN::Utf16ToUtf8(utf16), utf8);
     EXPECT_EQ(QVN::WideToUtf8(QVN::Utf8ToWide(utf8)), utf8);
 
-    EXPECT_EQ(QVN::Utf8ToUtf16("a\xFF" "b"), u"a\uFFFDb") << "a stray byte";
+    EXPECT_EQ(QVN::Utf8ToUtf16("a\xFF"
+                               "b"),
+              u"a\uFFFDb")
+        << "a stray byte";
     EXPECT_EQ(QVN::Utf8ToUtf16("a\xE2\x82"), u"a\uFFFD\uFFFD") << "a sequence cut short";
     EXPECT_EQ(QVN::Utf8ToUtf16("\xC0\xAF"), u"\uFFFD\uFFFD") << "an overlong encoding";
     EXPECT_EQ(QVN::Utf16ToUtf8(std::u16string(1, u'\xD800') + u"x"), "\xEF\xBF\xBDx") << "a lone surrogate";

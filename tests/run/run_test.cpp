@@ -20,7 +20,8 @@ class ExportRun : public testing::Test {
 protected:
     void SetUp() override {
         script.codec = FourCC("UYVY");
-        script.path = std::string("qvn_run_") + testing::UnitTest::GetInstance()->current_test_info()->name() + ".avi";
+        script.path =
+            std::string("qvn_run_") + testing::UnitTest::GetInstance()->current_test_info()->name() + ".avi";
     }
     void TearDown() override { QVN::DeleteFileUtf8(script.path.c_str()); }
     bool FileExists() const {
@@ -151,7 +152,8 @@ TEST_F(ExportRun, EveryFailureEndsWithTheResultTheHostExpects) {
         EXPECT_EQ(scripted::RunExport(script, 0, 60, true, false, &r), 6) << "a frame in a foreign format";
         script.deliveredFormat = FourCC("Bgra");
         scripted::Record deep;
-        EXPECT_EQ(scripted::RunExport(script, 0, 60, true, false, &deep), 3) << "16-bit frames cannot become UYVY";
+        EXPECT_EQ(scripted::RunExport(script, 0, 60, true, false, &deep), 3)
+            << "16-bit frames cannot become UYVY";
         script.deliveredFormat = 0;
     }
 }

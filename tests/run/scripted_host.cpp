@@ -10,7 +10,8 @@
 #include "platform/text_encoding.h"
 #include "platform/thread.h"
 
-PR_EXPORT prsdk::int32 xSDKExport(prsdk::int32 selector, prsdk::exportStdParms* stdParms, void* param1, void* param2);
+PR_EXPORT prsdk::int32 xSDKExport(prsdk::int32 selector, prsdk::exportStdParms* stdParms, void* param1,
+                                  void* param2);
 
 namespace scripted {
 namespace {
@@ -65,7 +66,9 @@ prsdk::SPErr Release(const char* name, prsdk::int32 version) {
     return prsdk::kSPNoError;
 }
 prsdk::SPBasicSuite gBasic = {Acquire, Release, nullptr, nullptr, nullptr, nullptr, nullptr};
-prsdk::SPBasicSuite* GetBasic() { return &gBasic; }
+prsdk::SPBasicSuite* GetBasic() {
+    return &gBasic;
+}
 
 // --- parameters: only the values the export reads ---
 prSuiteError GetParamValue(csSDK_uint32, csSDK_int32, const char* id, prsdk::exParamValues* v) {
@@ -117,7 +120,9 @@ prSuiteError PlatformPath(csSDK_uint32, csSDK_int32* length, prsdk::prUTF16Char*
 }
 prsdk::ExportFileSuite gFile = {nullptr, nullptr, nullptr, nullptr, PlatformPath};
 
-Frame* FrameOf(prsdk::PPixHand h) { return reinterpret_cast<Frame*>(h); }
+Frame* FrameOf(prsdk::PPixHand h) {
+    return reinterpret_cast<Frame*>(h);
+}
 prSuiteError Dispose(prsdk::PPixHand h) {
     delete FrameOf(h);
     return kOk;
@@ -156,8 +161,9 @@ prSuiteError QueueRender(csSDK_uint32, prsdk::PrTime time, csSDK_uint32* request
                          prsdk::SequenceRender_ParamsRec* params, prsdk::int32, void*) {
     std::lock_guard<std::mutex> hold(gHost->mutex);
     gHost->record->requestedTimes.push_back(time);
-    const prsdk::PrPixelFormat format =
-        gHost->script->deliveredFormat ? gHost->script->deliveredFormat : params->inRequestedPixelFormatArray[0];
+    const prsdk::PrPixelFormat format = gHost->script->deliveredFormat
+                                            ? gHost->script->deliveredFormat
+                                            : params->inRequestedPixelFormatArray[0];
     gHost->queued.push_back({time, format});
     gHost->lastQueuedMs = QVN::MonotonicMs();
     *request = static_cast<csSDK_uint32>(gHost->record->requestedTimes.size());
@@ -168,8 +174,15 @@ prSuiteError SetCompletion(csSDK_uint32, prsdk::PrSDKSequenceAsyncRenderCompleti
     gHost->procRef = ref;
     return kOk;
 }
-prsdk::SequenceRenderSuite gRender = {MakeVideoRenderer, ReleaseVideoRenderer, nullptr, QueueRender, SetCompletion,
-                                      nullptr,           nullptr,              nullptr, nullptr};
+prsdk::SequenceRenderSuite gRender = {MakeVideoRenderer,
+                                      ReleaseVideoRenderer,
+                                      nullptr,
+                                      QueueRender,
+                                      SetCompletion,
+                                      nullptr,
+                                      nullptr,
+                                      nullptr,
+                                      nullptr};
 
 void Complete(const Request& r) {
     const Script& s = *gHost->script;
@@ -204,7 +217,8 @@ std::uint32_t Completer(void*) {
             if (full || quiet) {
                 const std::size_t n = std::min(gHost->queued.size(), gHost->script->batch);
                 batch.assign(gHost->queued.begin(), gHost->queued.begin() + static_cast<std::ptrdiff_t>(n));
-                gHost->queued.erase(gHost->queued.begin(), gHost->queued.begin() + static_cast<std::ptrdiff_t>(n));
+                gHost->queued.erase(gHost->queued.begin(),
+                                    gHost->queued.begin() + static_cast<std::ptrdiff_t>(n));
             }
         }
         for (auto it = batch.rbegin(); it != batch.rend(); ++it)
@@ -215,8 +229,8 @@ std::uint32_t Completer(void*) {
 }
 
 // --- audio: a tone per channel ---
-prSuiteError MakeAudioRenderer(csSDK_uint32, prsdk::PrTime, prsdk::PrAudioChannelType, prsdk::PrAudioSampleType, float,
-                               csSDK_uint32* id) {
+prSuiteError MakeAudioRenderer(csSDK_uint32, prsdk::PrTime, prsdk::PrAudioChannelType,
+                               prsdk::PrAudioSampleType, float, csSDK_uint32* id) {
     *id = 5;
     gHost->record->audioRenderersMade += 1;
     return kOk;
@@ -237,12 +251,15 @@ prSuiteError GetAudio(csSDK_uint32, csSDK_uint32 frames, float** buffers, char) 
         }
     return kOk;
 }
-prSuiteError ResetAudio(csSDK_uint32) { return kOk; }
+prSuiteError ResetAudio(csSDK_uint32) {
+    return kOk;
+}
 prSuiteError MaxBlip(csSDK_uint32, prsdk::PrTime, csSDK_int32* n) {
     *n = gHost->script->maxBlip;
     return kOk;
 }
-prsdk::SequenceAudioSuite gSequenceAudio = {MakeAudioRenderer, ReleaseAudioRenderer, GetAudio, ResetAudio, MaxBlip};
+prsdk::SequenceAudioSuite gSequenceAudio = {MakeAudioRenderer, ReleaseAudioRenderer, GetAudio, ResetAudio,
+                                            MaxBlip};
 
 prSuiteError To16(float** src, short* dst, csSDK_uint32 channels, csSDK_uint32 frames) {
     for (csSDK_uint32 i = 0; i < frames; ++i)
@@ -253,7 +270,9 @@ prSuiteError To16(float** src, short* dst, csSDK_uint32 channels, csSDK_uint32 f
 prsdk::AudioSuite gAudio = {nullptr, To16, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
 
 // --- progress ---
-prSuiteError ProgressText(csSDK_uint32, const prsdk::prUTF16Char*) { return kOk; }
+prSuiteError ProgressText(csSDK_uint32, const prsdk::prUTF16Char*) {
+    return kOk;
+}
 prSuiteError Progress(csSDK_uint32, float fraction) {
     std::lock_guard<std::mutex> hold(gHost->mutex);
     gHost->record->progress.push_back(fraction);
@@ -297,8 +316,8 @@ const void* SuiteFor(const std::string& name) {
 
 } // namespace
 
-prsdk::int32 RunExport(const Script& script, std::int32_t firstFrame, std::int32_t endFrame, bool video, bool audio,
-                       Record* record) {
+prsdk::int32 RunExport(const Script& script, std::int32_t firstFrame, std::int32_t endFrame, bool video,
+                       bool audio, Record* record) {
     Host host;
     host.script = &script;
     host.record = record;

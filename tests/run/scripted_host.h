@@ -28,11 +28,11 @@ struct Script {
     double sampleRate = 48000.0;
     std::string path;
     // Behaviour.
-    std::size_t batch = 3;                       // renders complete in groups of this many, last first
-    prsdk::PrPixelFormat deliveredFormat = 0;    // 0: the first format the module asked for
-    std::int32_t failFrame = -1;                 // this frame's render reports an error
-    std::int32_t cancelAtReport = -1;            // from the n-th progress report (0-based) on: "abort"
-    std::int32_t suspendAtReport = -1;           // the n-th progress report answers "suspended"
+    std::size_t batch = 3;                    // renders complete in groups of this many, last first
+    prsdk::PrPixelFormat deliveredFormat = 0; // 0: the first format the module asked for
+    std::int32_t failFrame = -1;              // this frame's render reports an error
+    std::int32_t cancelAtReport = -1;         // from the n-th progress report (0-based) on: "abort"
+    std::int32_t suspendAtReport = -1;        // the n-th progress report answers "suspended"
     bool refuseVideoRenderer = false;
     std::int32_t maxBlip = 1000;
 };
@@ -52,7 +52,7 @@ struct Record {
 
 // Runs start-up's instance selectors and one export of frames [first, end) through the module's entry.
 // Returns the export selector's result; *record says what happened.
-prsdk::int32 RunExport(const Script& script, std::int32_t firstFrame, std::int32_t endFrame, bool video, bool audio,
-                       Record* record);
+prsdk::int32 RunExport(const Script& script, std::int32_t firstFrame, std::int32_t endFrame, bool video,
+                       bool audio, Record* record);
 
 } // namespace scripted

@@ -86,10 +86,12 @@ TEST(VideoFormat, BitCountCompressionAndPaddedRowSizesByCodec) {
         EXPECT_EQ(f.biBitCount, c.bits) << c.code;
         EXPECT_EQ(f.biCompression, c.compression) << c.code;
         EXPECT_EQ(f.biSizeImage, c.size) << c.code << " " << c.w << "x" << c.h;
-        EXPECT_EQ(f.biXPelsPerMeter | f.biYPelsPerMeter | static_cast<LONG>(f.biClrUsed | f.biClrImportant), 0);
+        EXPECT_EQ(f.biXPelsPerMeter | f.biYPelsPerMeter | static_cast<LONG>(f.biClrUsed | f.biClrImportant),
+                  0);
     }
     EXPECT_EQ(QVN::BuildVideoFormat(0, 2, 2).biBitCount, 32) << "code 0 is uncompressed RGB";
-    EXPECT_EQ(QVN::BuildVideoFormat(FourCC("v210"), 48, -10).biSizeImage, 1280u) << "a bottom-up height counts whole";
+    EXPECT_EQ(QVN::BuildVideoFormat(FourCC("v210"), 48, -10).biSizeImage, 1280u)
+        << "a bottom-up height counts whole";
 }
 
 TEST(EncoderChoice, DvcproIsStoredAsHostCompressedFramesAndGraphCodecsFailCleanlyWithoutAGraph) {

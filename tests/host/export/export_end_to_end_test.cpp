@@ -267,5 +267,54 @@ TEST(ExportEndToEnd, CancelledExportLeavesAClosedReadableFile) {
     EXPECT_EQ(stamps, Range(0, static_cast<std::int64_t>(stamps.size())));
 }
 
+TEST(ExportEndToEnd, CancelSuspendAndRenderFailuresAtRandomFramesNeverHangOrLoseTheFile) {
+    // Seeded runs on 8 host threads: each injects one event at a random frame. Whatever happens, qvnhost
+    // returns (CTest's time-out catches a hang), the module answers what the failure calls for, and the
+    // file is closed, consistent and holds a gapless run of frames from the first.
+    std::uint64_t state = 20261121;
+    auto next = [&state](std::uint64_t bound) {
+        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
+        return (state >> 33) % bound;
+    };
+    const char* kinds[] = {"cancel", "suspend", "fail"};
+    for (int run = 0; run < 12; ++run) {
+        const std::string kind = kinds[next(3)];
+        const std::uint64_t frames = 20 + next(50);
+        const std::uint64_t at = next(frames);
+        const std::string codec = next(2) ? "v210" : "UYVY";
+        SCOPED_TRACE("run " + std::to_string(run) + ": " + codec + ", " + kind + " at " + std::to_string(at) +
+                     " of " + std::to_string(frames));
+        const std::string file = kDir + "/stress.avi";
+        const std::string option = kind == "cancel"    ? "--cancel-at"
+                                   : kind == "suspend" ? "--suspend-at"
+                                                       : "--fail-render-at";
+        const int status =
+            Shell(std::string(QVN_TEST_QVNHOST) + " export --out " + file + " --codec " + codec +
+                  " --size 96x54 --threads 8 --frames " + std::to_string(frames) + " " + option + " " +
+                  std::to_string(at) + " --seed " + std::to_string(run + 1));
+        const std::string err = Slurp(Scratch("command.err"));
+        if (kind == "suspend") {
+            EXPECT_EQ(status, 0) << err;
+        } else if (kind == "cancel") {
+            EXPECT_NE(err.find("module answered 1 (abort: cancelled)"), std::string::npos) << err;
+        } else {
+            // A later progress answer for an earlier frame may clear the error word; either way the run
+            // stops at the lost frame.
+            EXPECT_TRUE(status == 0 || err.find("module answered 3 (internal error)") != std::string::npos)
+                << err;
+        }
+        EXPECT_EQ(Shell(std::string(QVN_TEST_QVNHOST) + " inspect " + file), 0)
+            << "the file must be consistent";
+        const std::vector<std::int64_t> stamps = Stamps(file, 96, 54);
+        EXPECT_EQ(stamps, Range(0, static_cast<std::int64_t>(stamps.size())));
+        if (kind == "suspend")
+            EXPECT_EQ(stamps.size(), frames);
+        else if (kind == "fail")
+            EXPECT_EQ(stamps.size(), at) << "every frame before the failed one, and none after";
+        else
+            EXPECT_GE(stamps.size(), at + 1) << "every frame through the cancelled one";
+    }
+}
+
 } // namespace
 } // namespace qvnhost

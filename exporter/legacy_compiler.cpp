@@ -7,6 +7,7 @@
 
 #include "exporter/codec_catalogue.h"
 #include "exporter/encoder_choice.h"
+#include "exporter/suite_access.h"
 #include "exporter/video_format.h"
 #include "platform/sleep.h"
 #include "platform/text_encoding.h"
@@ -20,20 +21,6 @@ constexpr std::uint32_t kBufferPollMs = 20;
 constexpr std::uint32_t kDrainPollMs = 10;
 // Longer than any Windows path the host hands out, so that long paths are never cut.
 constexpr prsdk::csSDK_int32 kPathCapacity = 32768;
-
-template <class Suite>
-void AcquireSuite(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& out) {
-    const void* suite = nullptr;
-    if (broker && broker->AcquireSuite(name, version, &suite) == prsdk::kSPNoError)
-        out = static_cast<Suite*>(const_cast<void*>(suite));
-}
-
-template <class Suite>
-void ReleaseSuite(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& suite) {
-    if (broker && suite)
-        broker->ReleaseSuite(name, version);
-    suite = nullptr;
-}
 
 std::wstring WidePath(const prsdk::prUTF16Char* path) {
     std::u16string text;

@@ -1,5 +1,7 @@
 #include "exporter/premiere_exporter.h"
 
+#include "exporter/suite_access.h"
+
 #include <cstring>
 
 namespace QVN {
@@ -14,17 +16,8 @@ constexpr prsdk::int32 kLineNoBroker = 32;
 template <class Suite>
 void Acquire(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& out,
              prsdk::int32 line) {
-    const void* suite = nullptr;
-    if (broker->AcquireSuite(name, version, &suite) != prsdk::kSPNoError)
+    if (!AcquireSuite(broker, name, version, out))
         throw PrSDKException{3, kFunction, kSourceFile, line};
-    out = static_cast<Suite*>(const_cast<void*>(suite));
-}
-
-template <class Suite>
-void Release(prsdk::SPBasicSuite* broker, const char* name, prsdk::int32 version, Suite*& s) {
-    if (s)
-        broker->ReleaseSuite(name, version);
-    s = nullptr;
 }
 
 } // namespace
@@ -50,13 +43,13 @@ void PremiereExporter::ReleaseSuites(prsdk::exportStdParms* stdParms) {
         stdParms && stdParms->getSPBasicSuite ? stdParms->getSPBasicSuite() : nullptr;
     if (!broker)
         return;
-    Release(broker, prsdk::kExportParamSuite, prsdk::kExportParamSuiteVersion, paramSuite);
-    Release(broker, prsdk::kExportFileSuite, prsdk::kExportFileSuiteVersion, fileSuite);
-    Release(broker, prsdk::kExportInfoSuite, prsdk::kExportInfoSuiteVersion, infoSuite);
-    Release(broker, prsdk::kPPixSuite, prsdk::kPPixSuiteVersion, ppixSuite);
-    Release(broker, prsdk::kTimeSuite, prsdk::kTimeSuiteVersion, timeSuite);
-    Release(broker, prsdk::kMemoryManagerSuite, prsdk::kMemoryManagerSuiteVersion, memorySuite);
-    Release(broker, prsdk::kWindowSuite, prsdk::kWindowSuiteVersion, windowSuite);
+    ReleaseSuite(broker, prsdk::kExportParamSuite, prsdk::kExportParamSuiteVersion, paramSuite);
+    ReleaseSuite(broker, prsdk::kExportFileSuite, prsdk::kExportFileSuiteVersion, fileSuite);
+    ReleaseSuite(broker, prsdk::kExportInfoSuite, prsdk::kExportInfoSuiteVersion, infoSuite);
+    ReleaseSuite(broker, prsdk::kPPixSuite, prsdk::kPPixSuiteVersion, ppixSuite);
+    ReleaseSuite(broker, prsdk::kTimeSuite, prsdk::kTimeSuiteVersion, timeSuite);
+    ReleaseSuite(broker, prsdk::kMemoryManagerSuite, prsdk::kMemoryManagerSuiteVersion, memorySuite);
+    ReleaseSuite(broker, prsdk::kWindowSuite, prsdk::kWindowSuiteVersion, windowSuite);
 }
 
 } // namespace QVN

@@ -2,6 +2,7 @@
 // audio arithmetic, suspend, and each row of the failure table.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <string>
 
@@ -20,8 +21,10 @@ class ExportRun : public testing::Test {
 protected:
     void SetUp() override {
         script.codec = FourCC("UYVY");
-        script.path =
-            std::string("qvn_run_") + testing::UnitTest::GetInstance()->current_test_info()->name() + ".avi";
+        // Unique per process, so that runs side by side never share a file.
+        script.path = std::string("qvn_run_") +
+                      testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
+                      std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".avi";
     }
     void TearDown() override { QVN::DeleteFileUtf8(script.path.c_str()); }
     bool FileExists() const {

@@ -1,6 +1,7 @@
 #include "host/host_frame.h"
 
 #include <cstring>
+#include <iterator>
 
 namespace qvnhost {
 
@@ -25,7 +26,13 @@ FrameRegistry& FrameRegistry::Instance() {
     return registry;
 }
 
-std::unique_ptr<HostFrame> NewHostFrame(const FrameLayout& layout) {
+namespace {
+
+// Room to place the pixels on a 64-byte boundary, or deliberately 4 bytes past one.
+constexpr std::size_t kSlack = 128;
+
+// A frame with its layout and row bytes but no storage; nullptr for a layout the host cannot render.
+std::unique_ptr<HostFrame> Shaped(const FrameLayout& layout) {
     const int bpp = BytesPerPixel(layout.format);
     if (bpp == 0 || layout.width <= 0 || layout.height <= 0 || layout.rowPadding < 0)
         return nullptr;
@@ -33,23 +40,64 @@ std::unique_ptr<HostFrame> NewHostFrame(const FrameLayout& layout) {
     frame->self = frame.get();
     frame->layout = layout;
     frame->rowBytes = layout.width * bpp + layout.rowPadding;
-    // Room to place the pixels on a 64-byte boundary, or deliberately 4 bytes past one.
-    constexpr std::size_t kSlack = 128;
-    const std::size_t size = frame->Size();
-    frame->storage.reset(new unsigned char[size + kSlack]);
-    const auto base = reinterpret_cast<std::uintptr_t>(frame->storage.get());
-    const std::uintptr_t aligned = (base + 63) & ~std::uintptr_t{63};
-    frame->pixels = frame->storage.get() + (aligned - base) + (layout.unaligned ? 4 : 0);
-    std::memset(frame->pixels, 0, size);
     frame->renderMilliseconds = 0;
     frame->key = 0;
     return frame;
 }
 
-HostFrame* FrameRegistry::Make(const FrameLayout& layout) {
-    std::unique_ptr<HostFrame> frame = NewHostFrame(layout);
+// Sets the pixel address inside the frame's storage, which has Size() + kSlack bytes.
+void Place(HostFrame& frame) {
+    const auto base = reinterpret_cast<std::uintptr_t>(frame.storage.get());
+    const std::uintptr_t aligned = (base + 63) & ~std::uintptr_t{63};
+    frame.pixels = frame.storage.get() + (aligned - base) + (frame.layout.unaligned ? 4 : 0);
+}
+
+} // namespace
+
+std::unique_ptr<HostFrame> NewHostFrame(const FrameLayout& layout) {
+    std::unique_ptr<HostFrame> frame = Shaped(layout);
     if (!frame)
         return nullptr;
+    frame->storage.reset(new unsigned char[frame->Size() + kSlack]);
+    Place(*frame);
+    std::memset(frame->pixels, 0, frame->Size());
+    return frame;
+}
+
+HostFrame* FrameRegistry::Make(const FrameLayout& layout) {
+    std::unique_ptr<HostFrame> frame = Shaped(layout);
+    if (!frame)
+        return nullptr;
+    const std::size_t size = frame->Size();
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        // The most recently returned buffer first: its pages are the likeliest to be in the cache.
+        for (auto it = pool_.rbegin(); it != pool_.rend(); ++it) {
+            if (it->size == size && it->unaligned == layout.unaligned) {
+                frame->storage = std::move(it->storage);
+                pooledBytes_ -= size;
+                pool_.erase(std::next(it).base());
+                ++recycled_;
+                break;
+            }
+        }
+    }
+    // Filling happens outside the lock: other render threads make and dispose of frames meanwhile.
+    if (frame->storage) {
+        Place(*frame);
+        // The sources draw every pixel but never the padding, which the module may read and must not see
+        // an earlier frame in.
+        const std::size_t pixelBytes = static_cast<std::size_t>(frame->rowBytes - layout.rowPadding);
+        if (layout.rowPadding > 0) {
+            for (std::int32_t row = 0; row < layout.height; ++row)
+                std::memset(frame->pixels + static_cast<std::size_t>(row) * frame->rowBytes + pixelBytes, 0,
+                            static_cast<std::size_t>(layout.rowPadding));
+        }
+    } else {
+        frame->storage.reset(new unsigned char[size + kSlack]);
+        Place(*frame);
+        std::memset(frame->pixels, 0, size);
+    }
     std::lock_guard<std::mutex> hold(mutex_);
     frame->key = ++made_;
     HostFrame* raw = frame.get();
@@ -73,14 +121,55 @@ std::map<HostFrame*, std::unique_ptr<HostFrame>>::iterator FrameRegistry::Lookup
 }
 
 bool FrameRegistry::Dispose(prsdk::PPixHand handle) {
+    // Freed after the lock is let go: returning a large block to the system takes a while.
+    std::unique_ptr<HostFrame> frame;
+    std::deque<PoolEntry> drop;
     std::lock_guard<std::mutex> hold(mutex_);
     const auto it = Lookup(handle);
     if (it == live_.end()) {
         ++badDisposals_;
         return false;
     }
+    frame = std::move(it->second);
     live_.erase(it);
+    const std::size_t size = frame->Size();
+    if (poolBuffers_ > 0 && size <= poolBytes_) {
+        pool_.push_back({size, frame->layout.unaligned, std::move(frame->storage)});
+        pooledBytes_ += size;
+        TrimPool(&drop);
+    }
     return true;
+}
+
+void FrameRegistry::TrimPool(std::deque<PoolEntry>* drop) {
+    while (!pool_.empty() && (pool_.size() > poolBuffers_ || pooledBytes_ > poolBytes_)) {
+        pooledBytes_ -= pool_.front().size;
+        drop->push_back(std::move(pool_.front()));
+        pool_.pop_front();
+    }
+}
+
+void FrameRegistry::SetPoolLimits(std::size_t buffers, std::size_t bytes) {
+    std::deque<PoolEntry> drop;
+    std::lock_guard<std::mutex> hold(mutex_);
+    poolBuffers_ = buffers;
+    poolBytes_ = bytes;
+    TrimPool(&drop);
+}
+
+std::uint64_t FrameRegistry::Recycled() const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    return recycled_;
+}
+
+std::size_t FrameRegistry::Pooled() const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    return pool_.size();
+}
+
+std::size_t FrameRegistry::PooledBytes() const {
+    std::lock_guard<std::mutex> hold(mutex_);
+    return pooledBytes_;
 }
 
 std::size_t FrameRegistry::Live() const {
@@ -99,9 +188,16 @@ std::uint64_t FrameRegistry::BadDisposals() const {
 }
 
 void FrameRegistry::Reset() {
+    std::map<HostFrame*, std::unique_ptr<HostFrame>> live;
+    std::deque<PoolEntry> pool;
     std::lock_guard<std::mutex> hold(mutex_);
-    live_.clear();
+    live.swap(live_);
+    pool.swap(pool_);
+    pooledBytes_ = 0;
+    poolBuffers_ = kPoolBuffers;
+    poolBytes_ = kPoolBytes;
     made_ = 0;
+    recycled_ = 0;
     badDisposals_ = 0;
 }
 

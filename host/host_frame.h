@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -51,11 +52,16 @@ struct HostFrame {
 std::unique_ptr<HostFrame> NewHostFrame(const FrameLayout& layout);
 
 // The live frames: every frame made here is alive until the module (or the host) disposes of it.
+//
+// Like Premiere, the registry recycles frame memory: a disposed frame's buffer waits in a small pool and
+// the next frame of the same size and placement takes it, so an export does not fault in and zero a new
+// frame-sized block for every frame. The pool is capped in buffers and bytes; the oldest go first.
 class FrameRegistry {
 public:
     static FrameRegistry& Instance();
 
-    // A new frame with the pixels zeroed (alpha included); nullptr when the layout is not a BGRA format.
+    // A new frame; nullptr when the layout is not a BGRA format. Row padding is zero. The pixels are zero
+    // in a new buffer but hold an earlier frame's picture in a recycled one: the caller draws every pixel.
     HostFrame* Make(const FrameLayout& layout);
     // The frame behind a handle, or nullptr for a handle that is not a live frame.
     HostFrame* Find(prsdk::PPixHand handle);
@@ -66,16 +72,40 @@ public:
     std::uint64_t Made() const;
     // Disposals of handles that were not live frames.
     std::uint64_t BadDisposals() const;
-    // Disposes of every live frame and clears the counters.
+    // Frames made in a recycled buffer.
+    std::uint64_t Recycled() const;
+    // Buffers waiting in the pool, and their bytes.
+    std::size_t Pooled() const;
+    std::size_t PooledBytes() const;
+    // The most buffers and bytes the pool keeps (defaults: kPoolBuffers, kPoolBytes); trims it at once.
+    void SetPoolLimits(std::size_t buffers, std::size_t bytes);
+    // Disposes of every live frame, empties the pool, clears the counters and restores the pool limits.
     void Reset();
 
+    // Enough for the frames a module holds between its render threads and its writer, at 2160p 8-bit.
+    static constexpr std::size_t kPoolBuffers = 12;
+    static constexpr std::size_t kPoolBytes = std::size_t{512} << 20;
+
 private:
+    struct PoolEntry {
+        std::size_t size; // pixel bytes (Size() of the frames it fits)
+        bool unaligned;
+        std::unique_ptr<unsigned char[]> storage;
+    };
+
     FrameRegistry() = default;
     std::map<HostFrame*, std::unique_ptr<HostFrame>>::iterator Lookup(prsdk::PPixHand handle);
+    // With the lock held: moves the oldest buffers past the limits into *drop.
+    void TrimPool(std::deque<PoolEntry>* drop);
 
     mutable std::mutex mutex_;
     std::map<HostFrame*, std::unique_ptr<HostFrame>> live_;
+    std::deque<PoolEntry> pool_; // oldest first
+    std::size_t pooledBytes_ = 0;
+    std::size_t poolBuffers_ = kPoolBuffers;
+    std::size_t poolBytes_ = kPoolBytes;
     std::uint64_t made_ = 0;
+    std::uint64_t recycled_ = 0;
     std::uint64_t badDisposals_ = 0;
 };
 

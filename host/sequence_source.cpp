@@ -190,6 +190,8 @@ bool SequenceSource::ReadRaw(std::int64_t n, std::vector<std::uint8_t>* pixels, 
                      " is past its end";
             return false;
         }
+        if (pixels->capacity() == 0)
+            *pixels = TakeReadBuffer();
         pixels->resize(frameBytes);
         bool ok = file_.Seek(static_cast<std::uint64_t>(n) * frameBytes) >= 0;
         for (std::size_t done = 0, got = 0; ok && done < frameBytes; done += got)
@@ -200,14 +202,18 @@ bool SequenceSource::ReadRaw(std::int64_t n, std::vector<std::uint8_t>* pixels, 
     }
     // Standard input: frame k of the stream is sequence frame k; those before the first frame are dropped.
     while (nextPipeFrame_ <= n && !pipeEnded_) {
-        std::vector<std::uint8_t> buffer(frameBytes);
+        std::vector<std::uint8_t> buffer = TakeReadBuffer();
+        buffer.resize(frameBytes);
         const std::size_t got = std::fread(buffer.data(), 1, frameBytes, stdin);
         if (got != frameBytes) {
             pipeEnded_ = true;
+            ReturnReadBuffer(std::move(buffer));
             break;
         }
         if (nextPipeFrame_ >= firstFrame_)
             pipeFrames_.emplace(nextPipeFrame_, std::move(buffer));
+        else
+            ReturnReadBuffer(std::move(buffer));
         ++nextPipeFrame_;
     }
     const auto it = pipeFrames_.find(n);
@@ -222,25 +228,43 @@ bool SequenceSource::ReadRaw(std::int64_t n, std::vector<std::uint8_t>* pixels, 
     return true;
 }
 
+// Reusing the buffers spares every frame a new frame-sized block that the system maps and zeroes.
+std::vector<std::uint8_t> SequenceSource::TakeReadBuffer() {
+    if (spareReads_.empty())
+        return {};
+    std::vector<std::uint8_t> buffer = std::move(spareReads_.back());
+    spareReads_.pop_back();
+    return buffer;
+}
+
+void SequenceSource::ReturnReadBuffer(std::vector<std::uint8_t> buffer) {
+    constexpr std::size_t kMostSpares = 8;
+    if (buffer.capacity() != 0 && spareReads_.size() < kMostSpares)
+        spareReads_.push_back(std::move(buffer));
+}
+
 bool SequenceSource::RenderRaw(std::int64_t n, HostFrame& frame, std::string* error) {
     std::vector<std::uint8_t> pixels;
-    if (!ReadRaw(n, &pixels, error))
-        return false;
-    PictureWriter writer(frame);
-    const std::int32_t w = writer.Width();
-    const std::int32_t h = writer.Height();
-    const bool sameSize = w == options_.rawWidth && h == options_.rawHeight;
-    std::vector<std::uint8_t> row(sameSize ? 0 : static_cast<std::size_t>(w) * 4);
-    for (std::int32_t y = 0; y < h; ++y) {
-        if (sameSize) {
-            writer.StoreRow(0, y,
-                            pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(w) * 4, w);
-        } else {
-            ScaleRow(pixels, options_.rawWidth, options_.rawHeight, y, w, h, &row);
-            writer.StoreRow(0, y, row.data(), w);
+    const bool read = ReadRaw(n, &pixels, error);
+    if (read) {
+        PictureWriter writer(frame);
+        const std::int32_t w = writer.Width();
+        const std::int32_t h = writer.Height();
+        const bool sameSize = w == options_.rawWidth && h == options_.rawHeight;
+        std::vector<std::uint8_t> row(sameSize ? 0 : static_cast<std::size_t>(w) * 4);
+        for (std::int32_t y = 0; y < h; ++y) {
+            if (sameSize) {
+                writer.StoreRow(
+                    0, y, pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(w) * 4, w);
+            } else {
+                ScaleRow(pixels, options_.rawWidth, options_.rawHeight, y, w, h, &row);
+                writer.StoreRow(0, y, row.data(), w);
+            }
         }
     }
-    return true;
+    std::lock_guard<std::mutex> hold(mutex_);
+    ReturnReadBuffer(std::move(pixels));
+    return read;
 }
 
 bool SequenceSource::Render(std::int64_t n, HostFrame& frame, std::string* error) {

@@ -54,8 +54,12 @@ private:
     // The still part of a pattern at one size and depth, bottom-up rows without padding.
     std::shared_ptr<const std::vector<unsigned char>> Background(const FrameLayout& layout);
     void DrawNoise(std::int64_t n, HostFrame& frame) const;
+    // Fills *pixels, a buffer from TakeReadBuffer, with raw frame n.
     bool ReadRaw(std::int64_t n, std::vector<std::uint8_t>* pixels, std::string* error);
     bool RenderRaw(std::int64_t n, HostFrame& frame, std::string* error);
+    // With the lock held: a spare frame-sized read buffer, or an empty one; and its return afterwards.
+    std::vector<std::uint8_t> TakeReadBuffer();
+    void ReturnReadBuffer(std::vector<std::uint8_t> buffer);
 
     SourceOptions options_;
     std::mutex mutex_;
@@ -69,6 +73,8 @@ private:
     std::int64_t nextPipeFrame_ = 0;
     std::int64_t firstFrame_ = 0;
     bool pipeEnded_ = false;
+    // Read buffers kept between frames, at most one per render thread that reads at once (and a few).
+    std::vector<std::vector<std::uint8_t>> spareReads_;
 };
 
 } // namespace qvnhost

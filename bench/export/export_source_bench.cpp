@@ -1,18 +1,17 @@
 // What the simulated sequence costs per frame, as qvnhost's render threads pay it for every frame of an
-// export: a new zeroed host frame from the registry, the source drawing into it, and the disposal the
-// module's PPix suite call makes. The end-to-end script (run_export_bench.sh) subtracts nothing; these
-// figures say how much of an export's time is the host's and not the exporter's.
+// export: a host frame from the registry (a recycled buffer after the first), the source drawing into it,
+// and the disposal the module's PPix suite call makes. The end-to-end script (run_export_bench.sh) subtracts
+// nothing; these figures say how much of an export's time is the host's and not the exporter's.
 //
 // Sources: "bars" (the default pattern) and "raw" (8-bit BGRA frames read from a file, as
 // `qvnhost export --source raw:FILE` does; the file is written here, in $QVN_BENCH_DIR or the system
 // temporary folder, cycled through, and removed at the end). "FrameOnly" is the allocation and disposal
 // alone.
 //
-// fresh:0 is the steady state of one thread that gets the same memory back for every frame; fresh:1 hands
-// the freed memory back to the system after each frame (malloc_trim), so every frame is drawn into pages
-// the kernel must fault in and zero first. An export at 3840x2160 runs close to fresh:1: with frames of
-// 33 MB alive on several threads at once, the allocator keeps returning them (about 40,000 minor page
-// faults per frame in qvnhost, against 2,000 at 1920x1080).
+// fresh:0 is the steady state of one thread; fresh:1 hands the heap's free memory back to the system after
+// each frame (malloc_trim), as the allocator did with 33 MB frames at 3840x2160 before the registry kept
+// their buffers (about 40,000 minor page faults per frame). Frame and raw read buffers now stay in the
+// registry's pool and the source, so the two should agree; a gap means something allocates per frame.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -122,7 +121,7 @@ void Raw(benchmark::State& state) {
     SourceRender(state, qvnhost::SourceKind::Raw);
 }
 
-// The zeroed frame and its disposal alone.
+// A frame from the registry and its disposal alone.
 void FrameOnly(benchmark::State& state) {
     auto& registry = qvnhost::FrameRegistry::Instance();
     const qvnhost::FrameLayout layout =

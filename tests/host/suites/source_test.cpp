@@ -201,5 +201,176 @@ TEST(SequenceSource, RawFramesArePresentedBottomUpAndScaled) {
     EXPECT_FALSE(ParseSourceName("smpte", &parsed, &error));
 }
 
+// Every byte of frame n drawn into a recycled buffer, padding included, matches n drawn into zeroed memory,
+// whatever the buffer held before: an earlier picture and a module's scribbles.
+TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBefore) {
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("qvn_recycle_test_" +
+                       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".raw");
+    {
+        // Two 40x24 frames: seeded bytes in the first, a solid grey in the second.
+        std::FILE* f = std::fopen(path.string().c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::uint32_t state = 12345;
+        for (int i = 0; i < 40 * 24 * 4; ++i) {
+            state = state * 1664525u + 1013904223u;
+            std::fputc(static_cast<int>(state >> 24), f);
+        }
+        for (int i = 0; i < 40 * 24 * 4; ++i)
+            std::fputc(i % 4 == 3 ? 255 : 90, f);
+        std::fclose(f);
+    }
+    SourceOptions rawOptions;
+    rawOptions.kind = SourceKind::Raw;
+    rawOptions.rawPath = path.string();
+    rawOptions.rawWidth = 40;
+    rawOptions.rawHeight = 24;
+
+    FrameRegistry& registry = FrameRegistry::Instance();
+    registry.Reset();
+    for (const SourceKind kind : {SourceKind::Bars, SourceKind::Ramp, SourceKind::Noise, SourceKind::Raw}) {
+        SequenceSource source;
+        std::string error;
+        ASSERT_TRUE(
+            source.Open(kind == SourceKind::Raw ? rawOptions : SourceOptions{kind, "", 0, 0, 9}, &error))
+            << error;
+        struct Case {
+            prsdk::PrPixelFormat format;
+            int w, h, padding;
+            bool unaligned;
+        };
+        // 40x24 is the raw frames' own size; 64x36 scales them.
+        for (const Case c : {Case{prsdk::PrPixelFormat_BGRA_4444_8u, 40, 24, 12, true},
+                             Case{prsdk::PrPixelFormat_BGRA_4444_8u, 64, 36, 0, false},
+                             Case{prsdk::PrPixelFormat_BGRA_4444_16u, 40, 24, 8, false},
+                             Case{prsdk::PrPixelFormat_BGRA_4444_32f, 64, 36, 4, true}}) {
+            SCOPED_TRACE(testing::Message() << "source " << static_cast<int>(kind) << ", " << c.w << "x"
+                                            << c.h << ", " << BytesPerPixel(c.format) << " bytes a pixel");
+            FrameLayout layout;
+            layout.format = c.format;
+            layout.width = c.w;
+            layout.height = c.h;
+            layout.rowPadding = c.padding;
+            layout.unaligned = c.unaligned;
+            // Frame 0 then frame 1 in the same buffer, and back: the box, the stamp and the raw picture all
+            // change between them.
+            for (const auto& [before, after] : {std::pair<std::int64_t, std::int64_t>{0, 1}, {1, 0}}) {
+                HostFrame* first = registry.Make(layout);
+                ASSERT_NE(first, nullptr);
+                ASSERT_TRUE(source.Render(before, *first, &error)) << error;
+                // What a module may leave behind: anything, padding included.
+                std::memset(first->pixels + first->Size() / 3, 0xA5, first->Size() / 3);
+                for (int y = 0; y < c.h; ++y)
+                    std::memset(first->TopRow(y) + (first->rowBytes - c.padding), 0x5A,
+                                static_cast<std::size_t>(c.padding));
+                unsigned char* const address = first->pixels;
+                const std::uint64_t recycled = registry.Recycled();
+                ASSERT_TRUE(registry.Dispose(first->Handle()));
+
+                HostFrame* second = registry.Make(layout);
+                ASSERT_NE(second, nullptr);
+                EXPECT_EQ(registry.Recycled(), recycled + 1);
+                EXPECT_EQ(second->pixels, address) << "the same buffer, placed the same way";
+                EXPECT_EQ(reinterpret_cast<std::uintptr_t>(second->pixels) % 64, c.unaligned ? 4u : 0u);
+                EXPECT_EQ(second->rowBytes, c.w * BytesPerPixel(c.format) + c.padding);
+                ASSERT_TRUE(source.Render(after, *second, &error)) << error;
+                std::unique_ptr<HostFrame> clean = NewHostFrame(layout);
+                ASSERT_TRUE(source.Render(after, *clean, &error)) << error;
+                ASSERT_EQ(second->Size(), clean->Size());
+                for (int y = 0; y < c.h; ++y)
+                    ASSERT_EQ(std::memcmp(second->TopRow(y), clean->TopRow(y),
+                                          static_cast<std::size_t>(second->rowBytes)),
+                              0)
+                        << "row " << y << " of frame " << after << " after frame " << before;
+                if (kind != SourceKind::Raw && c.format == prsdk::PrPixelFormat_BGRA_4444_8u) {
+                    EXPECT_EQ(StampOf(*second), after);
+                }
+                ASSERT_TRUE(registry.Dispose(second->Handle()));
+            }
+        }
+    }
+    std::filesystem::remove(path);
+    registry.Reset();
+}
+
+TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
+    FrameRegistry& registry = FrameRegistry::Instance();
+    registry.Reset();
+    FrameLayout layout;
+    layout.width = 64;
+    layout.height = 32;
+    const std::size_t size = 64 * 32 * 4;
+
+    // Ten frames alive at once come back to a pool of four: the oldest returned are let go.
+    registry.SetPoolLimits(4, std::size_t{1} << 30);
+    std::vector<HostFrame*> frames;
+    for (int i = 0; i < 10; ++i)
+        frames.push_back(registry.Make(layout));
+    EXPECT_EQ(registry.Recycled(), 0u);
+    std::vector<unsigned char*> addresses;
+    for (HostFrame* f : frames) {
+        addresses.push_back(f->pixels);
+        ASSERT_TRUE(registry.Dispose(f->Handle()));
+        EXPECT_LE(registry.Pooled(), 4u);
+    }
+    EXPECT_EQ(registry.Pooled(), 4u);
+    EXPECT_EQ(registry.PooledBytes(), 4 * size);
+    EXPECT_EQ(registry.Live(), 0u);
+
+    // The newest come out first; the fifth frame is a new buffer.
+    frames.clear();
+    for (int i = 0; i < 5; ++i)
+        frames.push_back(registry.Make(layout));
+    EXPECT_EQ(registry.Recycled(), 4u);
+    EXPECT_EQ(registry.Pooled(), 0u);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(frames[static_cast<std::size_t>(i)]->pixels, addresses[static_cast<std::size_t>(9 - i)]);
+    for (HostFrame* f : frames)
+        ASSERT_TRUE(registry.Dispose(f->Handle()));
+    EXPECT_EQ(registry.Pooled(), 4u);
+
+    // A byte budget for two frames trims the pool at once; a frame larger than the budget is not kept.
+    registry.SetPoolLimits(100, 2 * size + 1);
+    EXPECT_EQ(registry.Pooled(), 2u);
+    EXPECT_EQ(registry.PooledBytes(), 2 * size);
+    FrameLayout big = layout;
+    big.height = 96;
+    ASSERT_TRUE(registry.Dispose(registry.Make(big)->Handle()));
+    EXPECT_EQ(registry.PooledBytes(), 2 * size);
+
+    // Another size or placement takes no pooled buffer; returned, they push the older ones out.
+    FrameLayout padded = layout;
+    padded.rowPadding = 16;
+    FrameLayout unaligned = layout;
+    unaligned.unaligned = true;
+    const std::uint64_t recycled = registry.Recycled();
+    HostFrame* a = registry.Make(padded);
+    HostFrame* b = registry.Make(unaligned);
+    EXPECT_EQ(registry.Recycled(), recycled);
+    EXPECT_EQ(registry.Pooled(), 2u);
+    ASSERT_TRUE(registry.Dispose(a->Handle()));
+    ASSERT_TRUE(registry.Dispose(b->Handle()));
+    EXPECT_EQ(registry.Pooled(), 1u) << "a padded and two plain frames are over the budget";
+    EXPECT_EQ(registry.PooledBytes(), size);
+    HostFrame* again = registry.Make(unaligned);
+    EXPECT_EQ(registry.Recycled(), recycled + 1) << "the newest, the unaligned frame's, is what is left";
+    ASSERT_TRUE(registry.Dispose(again->Handle()));
+
+    // A disposed handle stays dead though its buffer lives on in another frame.
+    HostFrame* c = registry.Make(layout);
+    const prsdk::PPixHand old = c->Handle();
+    ASSERT_TRUE(registry.Dispose(old));
+    HostFrame* d = registry.Make(layout);
+    if (d->Handle() != old) {
+        EXPECT_FALSE(registry.Dispose(old));
+    }
+    ASSERT_TRUE(registry.Dispose(d->Handle()));
+
+    registry.Reset();
+    EXPECT_EQ(registry.Pooled(), 0u);
+    EXPECT_EQ(registry.PooledBytes(), 0u);
+    EXPECT_EQ(registry.Recycled(), 0u);
+}
+
 } // namespace
 } // namespace qvnhost

@@ -1,5 +1,6 @@
 // The platform's DirectShow and COM declarations, included in the one order that works with MinGW-w64:
-// windows.h first, strsafe's deprecations of sprintf/swprintf switched off before dshow.h pulls it in.
+// windows.h first, dshow.h before ksmedia.h (which otherwise redeclares DirectDraw's pixel format), strsafe's
+// deprecations of sprintf/swprintf switched off before dshow.h pulls it in.
 #pragma once
 
 #ifndef STRSAFE_NO_DEPRECATE
@@ -8,8 +9,8 @@
 // clang-format off
 #include <windows.h>
 #include <mmreg.h>
-#include <ks.h>
-#include <ksmedia.h>
 #include <dshow.h>
 #include <dvdmedia.h>
+#include <ks.h>
+#include <ksmedia.h>
 // clang-format on

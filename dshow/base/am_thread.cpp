@@ -1,8 +1,9 @@
 #include "dshow/base/am_thread.h"
 
 CAMThread::CAMThread(HRESULT* phr)
-    // Both auto-reset: one request wakes the worker once, one reply releases the caller once.
-    : m_hEventSend(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
+    // The request event stays signalled until the worker replies, so that CheckRequest can see a request
+    // and leave it for GetRequest; the completion event releases the caller once.
+    : m_hEventSend(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       m_hEventComplete(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
     if ((m_hEventSend == nullptr || m_hEventComplete == nullptr) && phr != nullptr) {
         *phr = E_OUTOFMEMORY;
@@ -91,5 +92,7 @@ BOOL CAMThread::CheckRequest(DWORD* pParam) {
 
 void CAMThread::Reply(DWORD dw) {
     m_dwReturnVal = dw;
+    // Reset before releasing the caller: a next request posted at once must not be wiped out.
+    ResetEvent(m_hEventSend);
     SetEvent(m_hEventComplete);
 }

@@ -27,14 +27,17 @@ public:
     void Close();
     BOOL ThreadExists() const;
 
-    // Worker side: blocks until a request arrives and answers its parameter.
+    // Worker side: blocks until a request is pending and answers its parameter. The request stays pending
+    // until Reply.
     DWORD GetRequest();
-    // Worker side: TRUE (with the parameter) when a request is waiting; does not block.
+    // Worker side: TRUE (with the parameter) when a request is pending; neither blocks nor consumes it, so
+    // a loop can notice a request, return, and serve it with GetRequest.
     BOOL CheckRequest(DWORD* pParam);
     // Worker side: answers the request being served and releases the caller.
     void Reply(DWORD dw);
 
-    // An auto-reset event signalled when a request is posted, for a worker that waits on several handles.
+    // A manual-reset event signalled while a request awaits its reply, for a worker that waits on several
+    // handles.
     HANDLE GetRequestHandle() const { return m_hEventSend; }
     DWORD GetRequestParam() const { return m_dwParam; }
 

@@ -1,5 +1,7 @@
 // The base classes in graphs made by the platform's filter graph manager: a numbered source on
 // CSourceStream feeding a recording renderer on CBaseInputPin.
+#include <cstdio>
+
 #include <gtest/gtest.h>
 
 #include "tests/dshow/base/graph_test_filters.h"
@@ -14,7 +16,20 @@ using qvn_test::ReceivedSample;
 
 class FilterGraphTest : public ::testing::Test {
 protected:
+    // A hang (a stop that never returns) ends the program within seconds instead of at the CTest limit.
+    static DWORD WINAPI Watchdog(LPVOID done) {
+        if (WaitForSingleObject(static_cast<HANDLE>(done), 20000) == WAIT_TIMEOUT) {
+            const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+            fprintf(stderr, "%s.%s hung\n", test->test_suite_name(), test->name());
+            fflush(stderr);
+            TerminateProcess(GetCurrentProcess(), 3);
+        }
+        return 0;
+    }
+
     void SetUp() override {
+        done_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        watchdog_ = CreateThread(nullptr, 0, Watchdog, done_, 0, nullptr);
         ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
         baseline_ = CBaseObject::ObjectsActive();
         ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
@@ -51,6 +66,10 @@ protected:
         // Filters, pins and enumerators: everything the graph took from us has been given back.
         EXPECT_EQ(baseline_, CBaseObject::ObjectsActive());
         CoUninitialize();
+        SetEvent(done_);
+        WaitForSingleObject(watchdog_, INFINITE);
+        CloseHandle(watchdog_);
+        CloseHandle(done_);
     }
 
     IPin* Out() { return source->stream; }
@@ -121,6 +140,8 @@ protected:
         }
     }
 
+    HANDLE done_ = nullptr;
+    HANDLE watchdog_ = nullptr;
     LONG baseline_ = 0;
     IGraphBuilder* graph = nullptr;
     IMediaControl* control = nullptr;
@@ -261,7 +282,8 @@ TEST_F(FilterGraphTest, StateChangesAndFlushingWhileSamplesFlow) {
 }
 
 TEST_F(FilterGraphTest, StopsWhileTheSourceWaitsForABuffer) {
-    // The renderer keeps every sample, so the source runs out of buffers and blocks in GetBuffer.
+    // The renderer keeps every sample, even over the stop, so the source runs out of buffers and blocks in
+    // GetBuffer; stopping must still end its thread.
     source->stream->limit = -1;
     renderer->pin.holdSamples = true;
     ASSERT_EQ(S_OK, graph->ConnectDirect(Out(), In(), nullptr));
@@ -271,7 +293,55 @@ TEST_F(FilterGraphTest, StopsWhileTheSourceWaitsForABuffer) {
     Sleep(50);
     EXPECT_EQ(4u, renderer->pin.Count()) << "the source decided on 4 buffers";
     EXPECT_EQ(S_OK, control->Stop());
+    renderer->pin.ReleaseHeld();
     ExpectNumbered(renderer->pin.Samples(), 0, 256);
+}
+
+TEST_F(FilterGraphTest, EnumeratorsFallOutOfSyncWhenPinsOrTypesChange) {
+    IEnumPins* pins = nullptr;
+    ASSERT_EQ(S_OK, source->EnumPins(&pins));
+    IEnumMediaTypes* types = nullptr;
+    ASSERT_EQ(S_OK, Out()->EnumMediaTypes(&types));
+
+    // A second pin: the filter's enumerator must say its list is stale until reset.
+    HRESULT hr = S_OK;
+    auto* second = new qvn_test::CNumberedStream(&hr, source);
+    ASSERT_EQ(S_OK, hr);
+    IPin* pin = nullptr;
+    ULONG fetched = 0;
+    EXPECT_EQ(VFW_E_ENUM_OUT_OF_SYNC, pins->Next(1, &pin, &fetched));
+    ASSERT_EQ(S_OK, pins->Reset());
+    IPin* all[3] = {};
+    EXPECT_EQ(S_FALSE, pins->Next(3, all, &fetched));
+    ASSERT_EQ(2u, fetched);
+    EXPECT_EQ(Out(), all[0]);
+    EXPECT_EQ(static_cast<IPin*>(second), all[1]);
+
+    // The identifier a source pin gives finds that pin again.
+    LPWSTR id = nullptr;
+    ASSERT_EQ(S_OK, all[1]->QueryId(&id));
+    EXPECT_STREQ(L"2", id);
+    ASSERT_EQ(S_OK, source->FindPin(id, &pin));
+    EXPECT_EQ(all[1], pin);
+    pin->Release();
+    CoTaskMemFree(id);
+    all[0]->Release();
+    all[1]->Release();
+
+    // One type, handed out as a task-memory copy; a type change makes the enumerator stale.
+    AM_MEDIA_TYPE* mt[2] = {};
+    EXPECT_EQ(S_FALSE, types->Next(2, mt, &fetched));
+    ASSERT_EQ(1u, fetched);
+    EXPECT_EQ(256, reinterpret_cast<qvn_test::TestFormat*>(mt[0]->pbFormat)->sampleBytes);
+    DeleteMediaType(mt[0]);
+    source->stream->IncrementTypeVersion();
+    EXPECT_EQ(VFW_E_ENUM_OUT_OF_SYNC, types->Skip(1));
+    types->Release();
+
+    delete second; // takes itself out of the filter
+    EXPECT_EQ(1, source->GetPinCount());
+    EXPECT_EQ(VFW_E_ENUM_OUT_OF_SYNC, pins->Skip(1));
+    pins->Release();
 }
 
 } // namespace

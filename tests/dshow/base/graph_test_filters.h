@@ -114,7 +114,7 @@ public:
         : CBaseInputPin(L"recording pin", filter, lock, phr, L"In") {}
 
     GUID acceptedSubtype = GUID_NULL; // GUID_NULL accepts every subtype of the test type
-    bool holdSamples = false;         // keep every sample until the pin stops
+    bool holdSamples = false;         // keep every sample until ReleaseHeld
 
     HRESULT CheckMediaType(const CMediaType* mt) override {
         const bool subtypeOk =
@@ -157,14 +157,16 @@ public:
         return CBaseInputPin::NewSegment(start, stop, rate);
     }
 
-    HRESULT Inactive() override {
-        const HRESULT hr = CBaseInputPin::Inactive();
+    // A holding pin models a downstream filter that keeps its buffers across a stop: it neither decommits
+    // nor lets go until ReleaseHeld, so only the source's own decommit can wake a source waiting for one.
+    HRESULT Inactive() override { return holdSamples ? S_OK : CBaseInputPin::Inactive(); }
+
+    void ReleaseHeld() {
         std::lock_guard<std::mutex> guard(mutex_);
         for (IMediaSample* sample : held) {
             sample->Release();
         }
         held.clear();
-        return hr;
     }
 
     std::vector<ReceivedSample> Samples() {

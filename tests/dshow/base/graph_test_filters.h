@@ -142,13 +142,20 @@ public:
         return S_OK;
     }
 
+    // The graph discards completions that arrive before it runs (a live source may finish while the graph
+    // is still pausing on its way to running), so a completion seen earlier waits for Run, as renderers do.
     STDMETHODIMP EndOfStream() override {
+        CAutoLock state(*m_pLock);
         std::lock_guard<std::mutex> guard(mutex_);
         const HRESULT hr = CheckStreamingState();
         if (hr != S_OK) {
             return hr;
         }
         ++endOfStreams;
+        if (m_pFilter->IsStopped() || !running) {
+            completionPending = true;
+            return S_OK;
+        }
         return m_pFilter->NotifyEvent(EC_COMPLETE, S_OK, 0);
     }
 
@@ -185,6 +192,8 @@ public:
 
     int refused = 0;
     int endOfStreams = 0;
+    bool running = false;           // under the filter lock
+    bool completionPending = false; // under the filter lock
 
 private:
     std::mutex mutex_;
@@ -215,10 +224,25 @@ public:
         CAutoLock lock(lock_);
         const bool starting = m_State != State_Running;
         const HRESULT hr = CBaseFilter::Run(start);
-        if (SUCCEEDED(hr) && starting && !pin.IsConnected()) {
-            NotifyEvent(EC_COMPLETE, S_OK, 0);
+        if (SUCCEEDED(hr) && starting) {
+            pin.running = true;
+            if (!pin.IsConnected() || pin.completionPending) {
+                pin.completionPending = false;
+                NotifyEvent(EC_COMPLETE, S_OK, 0);
+            }
         }
         return hr;
+    }
+    STDMETHODIMP Pause() override {
+        CAutoLock lock(lock_);
+        pin.running = false;
+        return CBaseFilter::Pause();
+    }
+    STDMETHODIMP Stop() override {
+        CAutoLock lock(lock_);
+        pin.running = false;
+        pin.completionPending = false;
+        return CBaseFilter::Stop();
     }
 
 private:

@@ -83,13 +83,17 @@ public:
     // False when the wake-up semaphore could not be made; the allocator then reports E_OUTOFMEMORY.
     bool IsValid() const { return wake_.IsValid() && wakeProducer_.IsValid(); }
 
-    // A new round of samples (on commit): no released buffers left over, the end flags cleared. Room is made
-    // for count samples, each of which may carry one producer buffer, so that nothing allocates later.
-    HRESULT Reset(std::size_t count) {
+    // A new round (on commit): no released buffers left over and the end flags cleared. Unless the samples
+    // are kept, room is made for count of them, each of which may carry one producer buffer, so that moving
+    // them about never allocates.
+    HRESULT Reset(std::size_t count, bool keepSamples) {
         CAutoLock<CW32CriticalSection> lock(owner_.lock);
         released_.clear();
         endSignalled_ = false;
         endReached_ = false;
+        if (keepSamples) {
+            return S_OK;
+        }
         if (!free_.Resize(count) || !ready_.Resize(count)) {
             return E_OUTOFMEMORY;
         }
@@ -99,6 +103,15 @@ public:
             return E_OUTOFMEMORY;
         }
         return S_OK;
+    }
+
+    // Queued samples go back to the free list, their buffers set aside for the producer as if downstream
+    // had released them (on decommit: nobody will take them now).
+    void RecallQueued() {
+        CAutoLock<CW32CriticalSection> lock(owner_.lock);
+        while (!ready_.Empty()) {
+            Release(ready_.Pop());
+        }
     }
 
     // Adds a sample that holds no buffer to the free list (on allocation, after Reset).

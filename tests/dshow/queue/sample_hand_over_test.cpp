@@ -26,7 +26,7 @@ using HandOver = QVN::CSampleHandOver<Sample, Access>;
 struct Allocator {
     explicit Allocator(std::size_t count) : samples(count) {
         EXPECT_TRUE(queue.IsValid());
-        EXPECT_EQ(queue.Reset(count), S_OK);
+        EXPECT_EQ(queue.Reset(count, false), S_OK);
         for (Sample& s : samples) {
             EXPECT_EQ(queue.AddFree(&s), S_OK);
         }

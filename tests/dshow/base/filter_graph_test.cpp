@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/dshow/base/graph_test_filters.h"
+#include "tests/dshow/graph_fixture.h"
 
 namespace {
 
@@ -14,28 +15,10 @@ using qvn_test::kSampleDuration;
 using qvn_test::PatternByte;
 using qvn_test::ReceivedSample;
 
-class FilterGraphTest : public ::testing::Test {
+class FilterGraphTest : public qvn_test::GraphTest {
 protected:
-    // A hang (a stop that never returns) ends the program within seconds instead of at the CTest limit.
-    static DWORD WINAPI Watchdog(LPVOID done) {
-        if (WaitForSingleObject(static_cast<HANDLE>(done), 20000) == WAIT_TIMEOUT) {
-            const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-            fprintf(stderr, "%s.%s hung\n", test->test_suite_name(), test->name());
-            fflush(stderr);
-            TerminateProcess(GetCurrentProcess(), 3);
-        }
-        return 0;
-    }
-
     void SetUp() override {
-        done_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        watchdog_ = CreateThread(nullptr, 0, Watchdog, done_, 0, nullptr);
-        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-        baseline_ = CBaseObject::ObjectsActive();
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                                         reinterpret_cast<void**>(&graph)));
-        ASSERT_EQ(S_OK, graph->QueryInterface(IID_IMediaControl, reinterpret_cast<void**>(&control)));
-        ASSERT_EQ(S_OK, graph->QueryInterface(IID_IMediaEvent, reinterpret_cast<void**>(&events)));
+        GraphTest::SetUp();
         HRESULT hr = S_OK;
         source = new CNumberedSource(&hr);
         source->AddRef();
@@ -46,61 +29,17 @@ protected:
         ASSERT_EQ(S_OK, graph->AddFilter(renderer, L"Renderer"));
     }
 
-    void TearDown() override {
-        if (control != nullptr) {
-            control->Stop();
-            control->Release();
-        }
-        if (events != nullptr) {
-            events->Release();
-        }
-        if (graph != nullptr) {
-            graph->Release();
-        }
+    void ReleaseFilters() override {
         if (source != nullptr) {
             source->Release();
         }
         if (renderer != nullptr) {
             renderer->Release();
         }
-        // Filters, pins and enumerators: everything the graph took from us has been given back.
-        EXPECT_EQ(baseline_, CBaseObject::ObjectsActive());
-        CoUninitialize();
-        SetEvent(done_);
-        WaitForSingleObject(watchdog_, INFINITE);
-        CloseHandle(watchdog_);
-        CloseHandle(done_);
     }
 
     IPin* Out() { return source->stream; }
     IPin* In() { return &renderer->pin; }
-
-    // Waits for an event of the given code, passing over others; false after the time-out.
-    bool WaitForEvent(long code, LONG_PTR* param2 = nullptr) {
-        const DWORD deadline = GetTickCount() + 5000;
-        while (static_cast<LONG>(deadline - GetTickCount()) > 0) {
-            long got = 0;
-            LONG_PTR p1 = 0, p2 = 0;
-            if (events->GetEvent(&got, &p1, &p2, 50) != S_OK) {
-                continue;
-            }
-            events->FreeEventParams(got, p1, p2);
-            if (got == code) {
-                if (param2 != nullptr) {
-                    *param2 = p2;
-                }
-                return true;
-            }
-        }
-        return false;
-    }
-
-    template <class Condition> static bool WaitUntil(Condition condition) {
-        for (int i = 0; i < 500 && !condition(); ++i) {
-            Sleep(10);
-        }
-        return condition();
-    }
 
     static bool IsUnconnected(IPin* pin) {
         IPin* peer = reinterpret_cast<IPin*>(1);
@@ -140,12 +79,6 @@ protected:
         }
     }
 
-    HANDLE done_ = nullptr;
-    HANDLE watchdog_ = nullptr;
-    LONG baseline_ = 0;
-    IGraphBuilder* graph = nullptr;
-    IMediaControl* control = nullptr;
-    IMediaEvent* events = nullptr;
     CNumberedSource* source = nullptr;
     CRecordingRenderer* renderer = nullptr;
 };
@@ -161,7 +94,7 @@ TEST_F(FilterGraphTest, StreamsEverySampleInOrderThenCompletes) {
     ASSERT_EQ(S_OK, events->CancelDefaultHandling(EC_COMPLETE));
     ASSERT_TRUE(SUCCEEDED(control->Run()));
     LONG_PTR completed = 0;
-    ASSERT_TRUE(WaitForEvent(EC_COMPLETE, &completed));
+    ASSERT_TRUE(WaitForEvent(EC_COMPLETE, nullptr, &completed));
     EXPECT_EQ(reinterpret_cast<LONG_PTR>(static_cast<IBaseFilter*>(renderer)), completed);
 
     const std::vector<ReceivedSample> samples = renderer->pin.Samples();

@@ -104,6 +104,8 @@ struct ReceivedSample {
     LONG actual;
     LONG size;
     std::vector<BYTE> bytes;
+    LONGLONG mediaStart = -1; // -1: no media time
+    LONGLONG mediaEnd = -1;
 };
 
 class CRecordingRenderer;
@@ -115,8 +117,13 @@ public:
 
     GUID acceptedSubtype = GUID_NULL; // GUID_NULL accepts every subtype of the test type
     bool holdSamples = false;         // keep every sample until ReleaseHeld
+    bool acceptAny = false;           // accept every media type (to record the system's own sources)
+    unsigned maxDelayMs = 0;          // sleep a pseudo-random time up to this in each Receive
 
     HRESULT CheckMediaType(const CMediaType* mt) override {
+        if (acceptAny) {
+            return S_OK;
+        }
         const bool subtypeOk =
             IsEqualGUID(acceptedSubtype, GUID_NULL) || IsEqualGUID(*mt->Subtype(), acceptedSubtype);
         return IsEqualGUID(*mt->Type(), kTestMajor) && subtypeOk &&
@@ -135,6 +142,11 @@ public:
         const AM_SAMPLE2_PROPERTIES& p = m_SampleProps;
         samples.push_back({p.tStart, p.tStop, p.dwSampleFlags, p.lActual, p.cbBuffer,
                            std::vector<BYTE>(p.pbBuffer, p.pbBuffer + p.lActual)});
+        sample->GetMediaTime(&samples.back().mediaStart, &samples.back().mediaEnd);
+        if (maxDelayMs != 0) {
+            seed_ = seed_ * 1103515245u + 12345u;
+            Sleep((seed_ >> 16) % (maxDelayMs + 1));
+        }
         if (holdSamples) {
             sample->AddRef();
             held.push_back(sample);
@@ -196,6 +208,7 @@ public:
     bool completionPending = false; // under the filter lock
 
 private:
+    unsigned seed_ = 1;
     std::mutex mutex_;
     std::vector<ReceivedSample> samples;
     std::vector<IMediaSample*> held;

@@ -1,0 +1,209 @@
+// The video and audio push sources in graphs made by the platform's filter graph manager, feeding a
+// recording renderer of our own and the platform's Null Renderer: stamps, media times, bytes, the 5.1
+// reorder, buffer negotiation, stream control, and the producer's buffers coming back.
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "dshow/audio_source.h"
+#include "dshow/video_source.h"
+#include "tests/dshow/base/graph_test_filters.h"
+#include "tests/dshow/graph_fixture.h"
+
+// In the platform's import library, declared in no header.
+extern "C" const CLSID CLSID_NullRenderer;
+
+namespace {
+
+using qvn_test::ReceivedSample;
+
+constexpr REFERENCE_TIME kFrame = 333667; // 29.97 frames per second
+constexpr DWORD kFrameBytes = 64 * 2 * 8; // 64 x 8 UYVY
+
+CMediaType UyvyType(REFERENCE_TIME perFrame) {
+    CMediaType type(&MEDIATYPE_Video);
+    GUID subtype = MEDIASUBTYPE_PCM;
+    subtype.Data1 = MAKEFOURCC('U', 'Y', 'V', 'Y');
+    type.SetSubtype(&subtype);
+    type.SetFormatType(&FORMAT_VideoInfo);
+    VIDEOINFOHEADER format{};
+    format.AvgTimePerFrame = perFrame;
+    format.bmiHeader = {
+        sizeof(BITMAPINFOHEADER), 64, 8, 1, 16, MAKEFOURCC('U', 'Y', 'V', 'Y'), kFrameBytes, 0, 0, 0, 0};
+    type.SetFormat(reinterpret_cast<BYTE*>(&format), sizeof(format));
+    return type;
+}
+
+IPin* FirstPin(IBaseFilter* filter) {
+    IEnumPins* pins = nullptr;
+    IPin* pin = nullptr;
+    if (SUCCEEDED(filter->EnumPins(&pins))) {
+        pins->Next(1, &pin, nullptr);
+        pins->Release();
+    }
+    return pin;
+}
+
+template <class Interface> Interface* Query(IUnknown* object, REFIID iid) {
+    Interface* result = nullptr;
+    object->QueryInterface(iid, reinterpret_cast<void**>(&result));
+    return result;
+}
+
+class PushSourceTest : public qvn_test::GraphTest {
+protected:
+    void SetUp() override {
+        GraphTest::SetUp();
+        HRESULT hr = S_OK;
+        video = new CVideoSource(&hr);
+        video->AddRef();
+        audio = new CAudioSource(&hr);
+        audio->AddRef();
+        recorder = new qvn_test::CRecordingRenderer(&hr);
+        recorder->AddRef();
+        recorder->pin.acceptAny = true;
+        ASSERT_EQ(S_OK, hr);
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                         reinterpret_cast<void**>(&nullRenderer)));
+        IMediaFilter* clock = Query<IMediaFilter>(graph, IID_IMediaFilter);
+        ASSERT_EQ(S_OK, clock->SetSyncSource(nullptr)); // no clock: samples flow as fast as they are taken
+        clock->Release();
+        ASSERT_EQ(S_OK, graph->AddFilter(video, L"Video Frame Source"));
+        ASSERT_EQ(S_OK, graph->AddFilter(audio, L"Audio Frame Source"));
+        ASSERT_EQ(S_OK, graph->AddFilter(recorder, L"Recorder"));
+        ASSERT_EQ(S_OK, graph->AddFilter(nullRenderer, L"Null Renderer"));
+        const CMediaType type = UyvyType(kFrame);
+        ASSERT_EQ(S_OK, video->Pin()->SetStreamMediaType(&type));
+    }
+
+    void ReleaseFilters() override {
+        for (IUnknown* filter : {static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
+                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(audio)),
+                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(recorder)),
+                                 static_cast<IUnknown*>(nullRenderer)}) {
+            if (filter != nullptr) {
+                filter->Release();
+            }
+        }
+    }
+
+    void ConnectToNull(IPin* out) {
+        IPin* in = FirstPin(nullRenderer);
+        ASSERT_NE(in, nullptr);
+        EXPECT_EQ(S_OK, graph->ConnectDirect(out, in, nullptr));
+        in->Release();
+    }
+
+    // Pushes count buffers through pin the way the export does: each from the pin's own pool, reclaiming
+    // consumed ones when none is free. fill(k, buffer) writes buffer k and answers its length.
+    // Answers the buffers the producer holds at the end.
+    static std::vector<void*> Produce(CPushSourcePin* pin, int count,
+                                      const std::function<DWORD(int, BYTE*)>& fill, unsigned seed = 0) {
+        std::vector<void*> free;
+        EXPECT_EQ(S_OK, pin->GetFreeBuffers(free));
+        std::mt19937 rng(seed);
+        for (int k = 0; k < count; ++k) {
+            while (free.empty()) {
+                EXPECT_EQ(S_OK, pin->ReclaimBuffers(free));
+                Sleep(free.empty() ? 1 : 0);
+            }
+            BYTE* buffer = static_cast<BYTE*>(free.back());
+            free.pop_back();
+            const HRESULT hr = pin->DeliverBuffer(buffer, fill(k, buffer));
+            EXPECT_EQ(S_OK, hr);
+            if (hr != S_OK) {
+                break;
+            }
+            if (seed != 0 && rng() % 16 == 0) {
+                Sleep(rng() % 3);
+            }
+        }
+        // End of stream with samples still queued: every one is delivered first.
+        EXPECT_EQ(S_OK, pin->SignalEndOfStream());
+        return free;
+    }
+
+    // After the stop every buffer of the pool is back with the producer, each once.
+    static void ExpectPoolReturned(CPushSourcePin* pin, std::vector<void*> free) {
+        std::vector<void*> pool;
+        ASSERT_EQ(S_OK, pin->GetFreeBuffers(pool));
+        ASSERT_EQ(S_OK, pin->ReclaimBuffers(free));
+        std::sort(pool.begin(), pool.end());
+        std::sort(free.begin(), free.end());
+        EXPECT_EQ(pool, free);
+    }
+
+    CVideoSource* video = nullptr;
+    CAudioSource* audio = nullptr;
+    qvn_test::CRecordingRenderer* recorder = nullptr;
+    IBaseFilter* nullRenderer = nullptr;
+};
+
+BYTE FrameByte(int k, DWORD i) {
+    return static_cast<BYTE>(k * 31 + static_cast<int>(i));
+}
+
+TEST_F(PushSourceTest, ThousandsOfFramesUnderRandomDelaysArriveStampedInOrderEachOnce) {
+    IAMBufferNegotiation* negotiation =
+        Query<IAMBufferNegotiation>(static_cast<IPin*>(video->Pin()), IID_IAMBufferNegotiation);
+    ASSERT_NE(negotiation, nullptr);
+    ALLOCATOR_PROPERTIES suggestion{8, -1, -1, -1};
+    ASSERT_EQ(S_OK, negotiation->SuggestAllocatorProperties(&suggestion));
+    ASSERT_EQ(S_OK, graph->ConnectDirect(video->Pin(), &recorder->pin, nullptr));
+    ConnectToNull(audio->Pin());
+    EXPECT_EQ(VFW_E_ALREADY_CONNECTED, negotiation->SuggestAllocatorProperties(&suggestion));
+    ALLOCATOR_PROPERTIES actual{};
+    ASSERT_EQ(S_OK, negotiation->GetAllocatorProperties(&actual));
+    negotiation->Release();
+    EXPECT_EQ(8, actual.cBuffers) << "the suggestion wins over the default of 30";
+    EXPECT_EQ(static_cast<LONG>(kFrameBytes), actual.cbBuffer);
+    EXPECT_EQ(16, actual.cbAlign);
+    // Audio into the Null Renderer: 48 kHz stereo 16-bit by default, 5 buffers of two seconds.
+    const ALLOCATOR_PROPERTIES audioProps = audio->Pin()->ActualProperties();
+    EXPECT_EQ(5, audioProps.cBuffers);
+    EXPECT_EQ(384000, audioProps.cbBuffer);
+
+    ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
+    ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
+    recorder->pin.maxDelayMs = 1;
+    ASSERT_TRUE(SUCCEEDED(control->Run()));
+    constexpr int kFrames = 2000;
+    // Full frames, short frames and empty ones.
+    auto fillFrame = [](int k, BYTE* buffer) {
+        const DWORD length = k % 7 == 3 ? 0 : kFrameBytes - static_cast<DWORD>(k % 5);
+        for (DWORD i = 0; i < length; ++i) {
+            buffer[i] = FrameByte(k, i);
+        }
+        return length;
+    };
+    const std::vector<void*> videoLeft = Produce(video->Pin(), kFrames, fillFrame, 17);
+    const std::vector<void*> audioLeft = Produce(audio->Pin(), 40, [](int, BYTE*) { return DWORD{6400}; });
+    ASSERT_TRUE(WaitForEvent(EC_COMPLETE)) << "both renderers complete after the end of stream";
+    ASSERT_EQ(S_OK, control->Stop());
+
+    const std::vector<ReceivedSample> samples = recorder->pin.Samples();
+    ASSERT_EQ(static_cast<size_t>(kFrames), samples.size());
+    EXPECT_EQ(1, recorder->pin.endOfStreams);
+    for (int k = 0; k < kFrames; ++k) {
+        const ReceivedSample& s = samples[static_cast<size_t>(k)];
+        ASSERT_EQ(k * kFrame, s.start) << "frame " << k;
+        ASSERT_EQ((k + 1) * kFrame, s.stop) << "an empty sample too lasts one frame";
+        ASSERT_EQ(k, s.mediaStart);
+        ASSERT_EQ(k + 1, s.mediaEnd);
+        ASSERT_EQ(static_cast<DWORD>(AM_SAMPLE_SPLICEPOINT | AM_SAMPLE_TIMEVALID | AM_SAMPLE_STOPVALID),
+                  s.flags);
+        ASSERT_EQ(static_cast<LONG>(kFrameBytes), s.size);
+        BYTE expected[kFrameBytes];
+        const DWORD length = fillFrame(k, expected);
+        ASSERT_EQ(static_cast<LONG>(length), s.actual);
+        ASSERT_TRUE(std::equal(s.bytes.begin(), s.bytes.end(), expected)) << "frame " << k;
+    }
+    // Our renderer and the platform's gave every sample back.
+    ExpectPoolReturned(video->Pin(), videoLeft);
+    ExpectPoolReturned(audio->Pin(), audioLeft);
+}
+
+} // namespace

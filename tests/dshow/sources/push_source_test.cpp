@@ -206,4 +206,169 @@ TEST_F(PushSourceTest, ThousandsOfFramesUnderRandomDelaysArriveStampedInOrderEac
     ExpectPoolReturned(audio->Pin(), audioLeft);
 }
 
+TEST_F(PushSourceTest, AudioStampsTruncatePerBlockAndFiveOneIsReorderedAfterAReconnection) {
+    ASSERT_EQ(S_OK, graph->ConnectDirect(audio->Pin(), &recorder->pin, nullptr));
+    ConnectToNull(video->Pin());
+    // A new format while connected reconnects the pin with it.
+    ASSERT_EQ(S_OK, audio->Pin()->SetAudioFormat(6, 48000, 16, WAVE_FORMAT_PCM));
+    AM_MEDIA_TYPE connected{};
+    ASSERT_EQ(S_OK, recorder->pin.ConnectionMediaType(&connected));
+    ASSERT_EQ(sizeof(WAVEFORMATEXTENSIBLE), connected.cbFormat);
+    const auto& wave = *reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(connected.pbFormat);
+    EXPECT_TRUE(IsEqualGUID(MEDIASUBTYPE_PCM, wave.SubFormat));
+    const WAVEFORMATEXTENSIBLE expected{
+        {WAVE_FORMAT_EXTENSIBLE, 6, 48000, 576000, 12, 16, 22}, {0}, 0x3F, MEDIASUBTYPE_PCM};
+    EXPECT_EQ(0, memcmp(&expected, &wave, sizeof(wave))) << "the 40-byte extensible format, byte for byte";
+    FreeMediaType(connected);
+    EXPECT_EQ(2 * 576000, audio->Pin()->ActualProperties().cbBuffer)
+        << "buffers sized again for the new format";
+
+    ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
+    ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
+    ASSERT_TRUE(SUCCEEDED(control->Run()));
+    // 1601 sample frames last 333541.67 units: each block's stop is truncated, so the stamps fall behind the
+    // exact time by two thirds of a unit per block.
+    constexpr int kBlocks = 30;
+    constexpr int kFrames = 1601;
+    const std::vector<void*> left = Produce(audio->Pin(), kBlocks, [](int k, BYTE* buffer) {
+        auto* values = reinterpret_cast<std::int16_t*>(buffer);
+        for (int f = 0; f < kFrames; ++f) {
+            for (int c = 0; c < 6; ++c) {
+                values[f * 6 + c] = static_cast<std::int16_t>(k * 1000 + f * 8 + c);
+            }
+        }
+        return DWORD{kFrames * 12};
+    });
+    Produce(video->Pin(), 0, nullptr);
+    ASSERT_TRUE(WaitForEvent(EC_COMPLETE));
+    ASSERT_EQ(S_OK, control->Stop());
+
+    const std::vector<ReceivedSample> samples = recorder->pin.Samples();
+    ASSERT_EQ(static_cast<size_t>(kBlocks), samples.size());
+    for (int k = 0; k < kBlocks; ++k) {
+        const ReceivedSample& s = samples[static_cast<size_t>(k)];
+        EXPECT_EQ(k * 333541LL, s.start) << "block " << k;
+        EXPECT_EQ((k + 1) * 333541LL, s.stop);
+        EXPECT_EQ(k * kFrames, s.mediaStart);
+        EXPECT_EQ((k + 1) * kFrames, s.mediaEnd);
+        ASSERT_EQ(kFrames * 12, s.actual);
+        const auto* values = reinterpret_cast<const std::int16_t*>(s.bytes.data());
+        for (int f = 0; f < kFrames; f += 400) {
+            const int order[6] = {0, 1, 4, 5, 2, 3};
+            for (int c = 0; c < 6; ++c) {
+                ASSERT_EQ(static_cast<std::int16_t>(k * 1000 + f * 8 + order[c]), values[f * 6 + c])
+                    << "block " << k << " frame " << f;
+            }
+        }
+    }
+    ExpectPoolReturned(audio->Pin(), left);
+
+    // 24-bit 5.1 moves whole 3-byte samples.
+    ASSERT_EQ(S_OK, audio->Pin()->SetAudioFormat(6, 48000, 24, WAVE_FORMAT_PCM));
+    ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
+    recorder->pin.Clear();
+    ASSERT_TRUE(SUCCEEDED(control->Run()));
+    Produce(audio->Pin(), 1, [](int, BYTE* buffer) {
+        for (BYTE i = 0; i < 36; ++i) {
+            buffer[i] = i;
+        }
+        return DWORD{36};
+    });
+    ASSERT_TRUE(WaitUntil([&] { return recorder->pin.Count() == 1; }));
+    const std::vector<BYTE> reordered = recorder->pin.Samples()[0].bytes;
+    const std::vector<BYTE> expect24 = {0,  1,  2,  3,  4,  5,  12, 13, 14, 15, 16, 17,
+                                        6,  7,  8,  9,  10, 11, 18, 19, 20, 21, 22, 23,
+                                        30, 31, 32, 33, 34, 35, 24, 25, 26, 27, 28, 29};
+    EXPECT_EQ(expect24, reordered);
+}
+
+TEST_F(PushSourceTest, StreamControlGatesFramesAndMarksTheFirstAfterAGap) {
+    ASSERT_EQ(S_OK, graph->ConnectDirect(video->Pin(), &recorder->pin, nullptr));
+    ConnectToNull(audio->Pin());
+    IAMStreamControl* gate = Query<IAMStreamControl>(static_cast<IPin*>(video->Pin()), IID_IAMStreamControl);
+    ASSERT_NE(gate, nullptr);
+    const REFERENCE_TIME start = 5 * kFrame;
+    const REFERENCE_TIME stop = 9 * kFrame;
+    ASSERT_EQ(S_OK, gate->StartAt(&start, 3));
+    ASSERT_EQ(S_OK, gate->StopAt(&stop, TRUE, 7));
+    gate->Release();
+    ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
+    ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
+    ASSERT_TRUE(SUCCEEDED(control->Run()));
+    const std::vector<void*> left = Produce(video->Pin(), 14, [](int k, BYTE* buffer) {
+        buffer[0] = static_cast<BYTE>(k);
+        return DWORD{1};
+    });
+    Produce(audio->Pin(), 0, nullptr);
+    LONG_PTR cookie = 0;
+    ASSERT_TRUE(WaitForEvent(EC_STREAM_CONTROL_STARTED, nullptr, &cookie));
+    EXPECT_EQ(3, cookie);
+    ASSERT_TRUE(WaitForEvent(EC_STREAM_CONTROL_STOPPED, nullptr, &cookie));
+    EXPECT_EQ(7, cookie);
+    ASSERT_TRUE(WaitForEvent(EC_COMPLETE));
+    ASSERT_EQ(S_OK, control->Stop());
+
+    // Frames 5 to 9 flow, and frame 10 as the one extra sample after the stop; the first to flow after the
+    // discarded ones says so.
+    const std::vector<ReceivedSample> samples = recorder->pin.Samples();
+    ASSERT_EQ(6u, samples.size());
+    for (size_t i = 0; i < samples.size(); ++i) {
+        EXPECT_EQ(static_cast<BYTE>(5 + i), samples[i].bytes.at(0));
+        EXPECT_EQ(static_cast<LONGLONG>(5 + i), samples[i].mediaStart) << "media times count skipped frames";
+        EXPECT_EQ(i == 0, (samples[i].flags & AM_SAMPLE_DATADISCONTINUITY) != 0) << "sample " << i;
+    }
+    ExpectPoolReturned(video->Pin(), left);
+}
+
+TEST_F(PushSourceTest, RefusalsAndStateAnswers) {
+    CVideoSourcePin* pin = video->Pin();
+    CMediaType noFormat(&MEDIATYPE_Video);
+    const CMediaType zeroRate = UyvyType(0);
+    std::vector<void*> buffers;
+    BYTE byte = 0;
+    ALLOCATOR_PROPERTIES props{};
+    IAMBufferNegotiation* negotiation =
+        Query<IAMBufferNegotiation>(static_cast<IPin*>(pin), IID_IAMBufferNegotiation);
+    IAMFilterMiscFlags* flags =
+        Query<IAMFilterMiscFlags>(static_cast<IBaseFilter*>(video), IID_IAMFilterMiscFlags);
+    ASSERT_NE(flags, nullptr);
+    EXPECT_EQ(static_cast<ULONG>(AM_FILTER_MISC_FLAGS_IS_SOURCE), flags->GetMiscFlags());
+    flags->Release();
+    struct Case {
+        const char* what;
+        HRESULT expected;
+        HRESULT got;
+    } stopped[] = {
+        {"null type", E_POINTER, pin->SetStreamMediaType(nullptr)},
+        {"type without a format block", E_POINTER, pin->SetStreamMediaType(&noFormat)},
+        {"time per frame 0", VFW_E_TYPE_NOT_ACCEPTED, pin->SetStreamMediaType(&zeroRate)},
+        {"deliver unconnected", E_NOINTERFACE, pin->DeliverBuffer(&byte, 1)},
+        {"reclaim unconnected", E_NOINTERFACE, pin->ReclaimBuffers(buffers)},
+        {"end of stream unconnected", E_NOINTERFACE, pin->SignalEndOfStream()},
+        {"allocator properties unconnected", VFW_E_NOT_CONNECTED,
+         negotiation->GetAllocatorProperties(&props)},
+    };
+    for (const Case& c : stopped) {
+        EXPECT_EQ(c.expected, c.got) << c.what;
+    }
+    negotiation->Release();
+
+    ASSERT_EQ(S_OK, graph->ConnectDirect(pin, &recorder->pin, nullptr));
+    ASSERT_EQ(S_OK, pin->AllocateBuffers());
+    ASSERT_EQ(S_OK, pin->GetFreeBuffers(buffers));
+    ASSERT_EQ(30u, buffers.size()) << "30 buffers unless downstream or a suggestion says otherwise";
+    for (void* b : buffers) {
+        EXPECT_EQ(0u, reinterpret_cast<UINT_PTR>(b) % 16) << "payloads keep the negotiated alignment";
+    }
+    EXPECT_EQ(VFW_E_BUFFER_OVERFLOW, pin->DeliverBuffer(static_cast<BYTE*>(buffers[0]), kFrameBytes + 1));
+    ASSERT_TRUE(SUCCEEDED(control->Pause()));
+    FILTER_STATE state = State_Stopped;
+    EXPECT_EQ(VFW_S_CANT_CUE, video->GetState(0, &state)) << "a live source cannot cue while paused";
+    EXPECT_EQ(State_Paused, state);
+    const CMediaType type = UyvyType(kFrame);
+    EXPECT_EQ(VFW_E_NOT_STOPPED, pin->SetStreamMediaType(&type));
+    EXPECT_EQ(VFW_E_NOT_STOPPED, audio->Pin()->SetAudioFormat(1, 44100, 16, WAVE_FORMAT_PCM));
+    ASSERT_EQ(S_OK, control->Stop());
+}
+
 } // namespace

@@ -27,81 +27,51 @@ struct Sample {
     }
 };
 
-REFERENCE_TIME T(REFERENCE_TIME t) {
-    return t;
-}
-
 auto Fields(const AM_SAMPLE2_PROPERTIES& p) {
     return std::tuple(p.cbData, p.dwTypeSpecificFlags, p.dwSampleFlags, p.lActual, p.tStart, p.tStop,
                       p.dwStreamId, p.pMediaType, p.pbBuffer, p.cbBuffer);
 }
 
 TEST(MediaSample, TimesMediaTimesAndLengthAnswerTheDocumentedCodes) {
-    struct Case {
-        const char* what;
-        std::function<void(CMediaSample*)> setup;
+    constexpr LONGLONG N = -100; // a null pointer
+    constexpr LONGLONG X = -200; // no call
+    const struct {
+        LONGLONG set[2][2]; // two SetTime calls, in order
+        LONGLONG media[2];  // one SetMediaTime call
         HRESULT time;
         REFERENCE_TIME start, stop;
         HRESULT mediaTime;
-        LONGLONG mediaStart, mediaStop;
+    } cases[] = {
+        {{{X, X}, {X, X}}, {X, X}, VFW_E_SAMPLE_TIME_NOT_SET, 0, 0, VFW_E_MEDIA_TIME_NOT_SET},
+        {{{-5, N}, {X, X}}, {X, X}, VFW_S_NO_STOP_TIME, -5, -4, VFW_E_MEDIA_TIME_NOT_SET}, // stop = start + 1
+        {{{10, 20}, {X, X}}, {X, X}, S_OK, 10, 20, VFW_E_MEDIA_TIME_NOT_SET},
+        {{{10, 20}, {30, N}}, {X, X}, VFW_S_NO_STOP_TIME, 30, 31, VFW_E_MEDIA_TIME_NOT_SET},
+        {{{10, 20}, {N, N}}, {X, X}, VFW_E_SAMPLE_TIME_NOT_SET, 0, 0, VFW_E_MEDIA_TIME_NOT_SET},
+        {{{X, X}, {X, X}}, {7, 0x100000009LL}, VFW_E_SAMPLE_TIME_NOT_SET, 0, 0, S_OK},
+        {{{X, X}, {X, X}}, {N, N}, VFW_E_SAMPLE_TIME_NOT_SET, 0, 0, VFW_E_MEDIA_TIME_NOT_SET},
     };
-    const Case cases[] = {
-        {"fresh", [](CMediaSample*) {}, VFW_E_SAMPLE_TIME_NOT_SET, -1, -1, VFW_E_MEDIA_TIME_NOT_SET, -1, -1},
-        {"start only: stop is start + 1",
-         [](CMediaSample* s) {
-             REFERENCE_TIME a = T(-5);
-             s->SetTime(&a, nullptr);
-         },
-         VFW_S_NO_STOP_TIME, -5, -4, VFW_E_MEDIA_TIME_NOT_SET, -1, -1},
-        {"start and stop",
-         [](CMediaSample* s) {
-             REFERENCE_TIME a = 10, b = 20;
-             s->SetTime(&a, &b);
-         },
-         S_OK, 10, 20, VFW_E_MEDIA_TIME_NOT_SET, -1, -1},
-        {"stop dropped by a later start-only",
-         [](CMediaSample* s) {
-             REFERENCE_TIME a = 10, b = 20, c = 30;
-             s->SetTime(&a, &b);
-             s->SetTime(&c, nullptr);
-         },
-         VFW_S_NO_STOP_TIME, 30, 31, VFW_E_MEDIA_TIME_NOT_SET, -1, -1},
-        {"times cleared",
-         [](CMediaSample* s) {
-             REFERENCE_TIME a = 10, b = 20;
-             s->SetTime(&a, &b);
-             s->SetTime(nullptr, nullptr);
-         },
-         VFW_E_SAMPLE_TIME_NOT_SET, -1, -1, VFW_E_MEDIA_TIME_NOT_SET, -1, -1},
-        {"media times, independent of times",
-         [](CMediaSample* s) {
-             LONGLONG a = 7, b = 0x100000009LL;
-             s->SetMediaTime(&a, &b);
-         },
-         VFW_E_SAMPLE_TIME_NOT_SET, -1, -1, S_OK, 7, 0x100000009LL},
-        {"media times cleared",
-         [](CMediaSample* s) {
-             LONGLONG a = 7, b = 8;
-             s->SetMediaTime(&a, &b);
-             s->SetMediaTime(nullptr, nullptr);
-         },
-         VFW_E_SAMPLE_TIME_NOT_SET, -1, -1, VFW_E_MEDIA_TIME_NOT_SET, -1, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
         Sample x;
-        c.setup(x.s);
-        REFERENCE_TIME start = -1, stop = -1;
-        LONGLONG mstart = -1, mstop = -1;
-        EXPECT_EQ(x.s->GetTime(&start, &stop), c.time);
-        if (c.time != VFW_E_SAMPLE_TIME_NOT_SET) {
-            EXPECT_EQ(start, c.start);
-            EXPECT_EQ(stop, c.stop);
+        for (const auto& set : c.set) {
+            LONGLONG a = set[0], b = set[1];
+            if (a != X) {
+                x.s->SetTime(a == N ? nullptr : &a, b == N ? nullptr : &b);
+            }
         }
+        LONGLONG ma = c.media[0], mb = c.media[1];
+        if (ma != X) {
+            x.s->SetMediaTime(ma == N ? nullptr : &ma, mb == N ? nullptr : &mb);
+        }
+        REFERENCE_TIME start = 0, stop = 0;
+        LONGLONG mstart = 0, mstop = 0;
+        EXPECT_EQ(x.s->GetTime(&start, &stop), c.time);
+        EXPECT_EQ(start, c.start);
+        EXPECT_EQ(stop, c.stop);
         EXPECT_EQ(x.s->GetMediaTime(&mstart, &mstop), c.mediaTime);
         if (c.mediaTime == S_OK) {
-            EXPECT_EQ(mstart, c.mediaStart);
-            EXPECT_EQ(mstop, c.mediaStop);
+            EXPECT_EQ(mstart, ma);
+            EXPECT_EQ(mstop, mb);
         }
         // The properties carry the time flags as the documented AM_SAMPLE bits, never the media-time one.
         const DWORD flags = x.Props().dwSampleFlags;

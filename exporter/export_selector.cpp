@@ -3,6 +3,7 @@
 #include "exporter/selectors.h"
 #include "exporter/settings_params.h"
 #include "exporter/source_info.h"
+#include "platform/allocation_faults.h"
 
 namespace QVN {
 namespace {
@@ -10,10 +11,19 @@ namespace {
 constexpr double kLowestRate = 44100.0;
 constexpr double kHighestRate = 48000.0;
 
+// The stretch in which the failure-path tests make allocations fail, however the export ends.
+struct AllocationFaultBracket {
+    AllocationFaultBracket() { AllocationFaults::ExportBegins(); }
+    ~AllocationFaultBracket() { AllocationFaults::ExportEnds(); }
+    AllocationFaultBracket(const AllocationFaultBracket&) = delete;
+    AllocationFaultBracket& operator=(const AllocationFaultBracket&) = delete;
+};
+
 } // namespace
 
 prsdk::int32 DoExport(PremiereExporter& exporter, prsdk::exportStdParms* stdParms,
                       prsdk::exDoExportRec* rec) {
+    const AllocationFaultBracket faults;
     ExportSettings& s = exporter.settings;
     const HostParams params(exporter.paramSuite, exporter.pluginId, 0);
     prsdk::exParamValues v;

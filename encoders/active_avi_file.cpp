@@ -22,11 +22,36 @@ CActiveAviFile::~CActiveAviFile() {
         Shutdown();
 }
 
-void CActiveAviFile::WriteItem(WriteFrame* item) {
-    lastWritten_[item->stream] += 1;
-    // A failed write is not reported anywhere: the export goes on and the file keeps what was written.
-    WriteChunk(item->stream, item->payload, item->size, true);
+void CActiveAviFile::WriteItem(WriteFrame* item, std::uint32_t& lastWritten) {
+    // A failed write is not reported anywhere: the export goes on and the file keeps what was written. An
+    // index with no room left is another matter: nothing was written, and the item is lost.
+    if (WriteChunk(item->stream, item->payload, item->size, true) == E_OUTOFMEMORY)
+        lost_.store(true);
+    else
+        lastWritten += 1;
     Discard(item);
+}
+
+void CActiveAviFile::Take(WriteFrame* item) {
+    // After a lost item every later one is dropped at once: written, it would land a place early, and
+    // held, it would keep its payload until the end of the export.
+    if (lost_.load()) {
+        Discard(item);
+        return;
+    }
+    // Both tables' entries exist before the item is written or held, so that nothing can throw once it is.
+    std::uint32_t& last = lastWritten_[item->stream];
+    std::map<std::uint32_t, WriteFrame*>& waiting = held_[item->stream];
+    if (item->sequence == last + 1) {
+        WriteItem(item, last);
+    } else if (!waiting.emplace(item->sequence, item).second) {
+        Discard(item); // a sequence number seen twice: the first one stays
+    }
+    while (!lost_.load() && !waiting.empty() && waiting.begin()->first == last + 1) {
+        WriteFrame* next = waiting.begin()->second;
+        waiting.erase(waiting.begin());
+        WriteItem(next, last);
+    }
 }
 
 std::uint32_t CActiveAviFile::ItemLoop() {
@@ -36,20 +61,11 @@ std::uint32_t CActiveAviFile::ItemLoop() {
             return 0;
         Hold hold(fileLock_);
         try {
-            const std::uint32_t stream = item->stream;
-            if (item->sequence == lastWritten_[stream] + 1)
-                WriteItem(item);
-            else
-                held_[stream][item->sequence] = item;
-            std::map<std::uint32_t, WriteFrame*>& waiting = held_[stream];
-            while (!waiting.empty() && waiting.begin()->first == lastWritten_[stream] + 1) {
-                WriteFrame* next = waiting.begin()->second;
-                waiting.erase(waiting.begin());
-                WriteItem(next);
-            }
-        } catch (const std::bad_alloc&) {
-            // No room to hold the item back: it is dropped, as a failed write would be.
+            Take(item);
+        } catch (...) { // nothing leaves the writer thread; Take throws before the item is written or held
+            // Dropped, and remembered: the stream now has a gap that no later item fills.
             Discard(item);
+            lost_.store(true);
         }
     }
 }
@@ -69,6 +85,7 @@ HRESULT CActiveAviFile::Shutdown() {
         }
         held_.clear();
         lastWritten_.clear();
+        lost_.store(false);
     }
     return Close();
 }

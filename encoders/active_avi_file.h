@@ -2,6 +2,7 @@
 // chunks strictly in sequence order, holding back items that arrive ahead of their turn.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 
@@ -21,15 +22,21 @@ public:
     HRESULT Shutdown();
     // The sequence number of the last item written for a stream (0 before the first), under the file lock.
     std::uint32_t LastWritten(std::uint32_t stream);
+    // True when the writer had to drop an item for lack of memory since the file was started; from then on
+    // it drops every item (the file keeps what came before the gap). Read without the file lock.
+    bool LostItems() const { return lost_.load(); }
     // Items held back because an earlier sequence number has not arrived yet.
     std::size_t HeldCount();
     // Held by the writer thread for the whole write of an item.
     QVN::CW32CriticalSection& FileLock() { return fileLock_; }
 
 private:
-    void WriteItem(WriteFrame* item); // file lock held
+    // File lock held for both. Take writes the item or holds it back, and throws only before either.
+    void Take(WriteFrame* item);
+    void WriteItem(WriteFrame* item, std::uint32_t& lastWritten);
 
     QVN::CW32CriticalSection fileLock_;
     std::map<std::uint32_t, std::map<std::uint32_t, WriteFrame*>> held_;
     std::map<std::uint32_t, std::uint32_t> lastWritten_;
+    std::atomic<bool> lost_{false};
 };

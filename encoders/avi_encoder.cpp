@@ -35,6 +35,7 @@ CAviEncoder::CAviEncoder() = default;
 CAviEncoder::~CAviEncoder() {
     if (open_ || file_.IsOpen())
         file_.Shutdown();
+    delete spare_;
     for (std::size_t i = 0; i < producerBuffers_.size(); ++i)
         QVN::ReleasePages(producerBuffers_[i], producerBufferSizes_[i]);
 }
@@ -123,6 +124,26 @@ void CAviEncoder::QueueItem(WriteFrame* item, const char* fullMessage) {
     }
 }
 
+bool CAviEncoder::PrepareItem(std::uint32_t size, void** payload) {
+    *payload = pool_.Allocate(size);
+    if (*payload && !spare_)
+        spare_ = new (std::nothrow) WriteFrame{};
+    if (!*payload || !spare_) {
+        pool_.Release(*payload);
+        *payload = nullptr;
+        return false;
+    }
+    return true;
+}
+
+WriteFrame* CAviEncoder::TakeItem(std::uint32_t stream, std::uint32_t sequence, void* payload,
+                                  std::uint32_t size) {
+    WriteFrame* item = spare_ ? spare_ : new WriteFrame{};
+    spare_ = nullptr;
+    *item = WriteFrame{stream, sequence, payload, size, &pool_};
+    return item;
+}
+
 std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
     std::uint32_t result = Status::kOk;
     IFrameSink* sink = nullptr;
@@ -130,19 +151,27 @@ std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
         Hold hold(lock_);
         if (!open_) // no writer thread to drain the queue
             return Status::kFailed;
-        framesSubmitted_ += 1;
-        const std::int32_t sequence = framesSubmitted_;
-        if (frameLimit_ >= 0 && sequence > frameLimit_)
+        const std::int32_t sequence = framesSubmitted_ + 1;
+        if (frameLimit_ >= 0 && sequence > frameLimit_) {
+            framesSubmitted_ = sequence;
             return Status::kOk;
-        auto* payload = static_cast<std::uint8_t*>(pool_.Allocate(size));
-        if (!payload) {
-            returnedBuffers_.push_back(const_cast<void*>(frame));
+        }
+        // Everything the frame needs is taken before its sequence number: a number used up by a frame that
+        // never reaches the writer would hold every later frame of the stream back for good.
+        void* payload = nullptr;
+        const bool room = returnedBuffers_.size() < returnedBuffers_.capacity() || ReserveReturned();
+        // After a lost item the writer drops everything: the producer hears of it at once.
+        if (file_.LostItems() || !room || !PrepareItem(size, &payload)) {
+            if (returnedBuffers_.size() < returnedBuffers_.capacity())
+                returnedBuffers_.push_back(const_cast<void*>(frame));
             return Status::kOutOfMemory;
         }
+        framesSubmitted_ = sequence;
         const auto n = static_cast<std::uint32_t>(sequence);
-        if (ReuseFrame(n, frame, size, payload, size) == 0) {
-            const std::uint32_t written = EncodeFrame(frame, size, payload, size);
-            EncodeComplete(n, frame, size, payload, written);
+        auto* bytes = static_cast<std::uint8_t*>(payload);
+        if (ReuseFrame(n, frame, size, bytes, size) == 0) {
+            const std::uint32_t written = EncodeFrame(frame, size, bytes, size);
+            EncodeComplete(n, frame, size, bytes, written);
             result = written == 0 ? Status::kFailed : Status::kOk;
         }
         sink = sink_;
@@ -154,6 +183,15 @@ std::uint32_t CAviEncoder::WriteVideo(const void* frame, std::uint32_t size) {
     return result;
 }
 
+bool CAviEncoder::ReserveReturned() {
+    try { // room for every producer buffer at once, so that handing one back never allocates
+        returnedBuffers_.reserve(returnedBuffers_.size() + producerBuffers_.size() + 1);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
 void CAviEncoder::EncodeComplete(std::uint32_t sequence, const void* source, std::uint32_t,
                                  std::uint8_t* payload, std::uint32_t written) {
     returnedBuffers_.push_back(const_cast<void*>(source));
@@ -161,36 +199,29 @@ void CAviEncoder::EncodeComplete(std::uint32_t sequence, const void* source, std
         pool_.Release(payload);
         return;
     }
-    auto* item = new (std::nothrow)
-        WriteFrame{static_cast<std::uint32_t>(videoStream_), sequence, payload, written, &pool_};
-    if (!item) {
-        pool_.Release(payload);
-        throw std::bad_alloc(); // WriteVideo turns it into its out-of-memory result
-    }
-    QueueItem(item, "queue full in CAviEncoder::EncodeComplete\n");
+    QueueItem(TakeItem(static_cast<std::uint32_t>(videoStream_), sequence, payload, written),
+              "queue full in CAviEncoder::EncodeComplete\n");
 }
 
 std::uint32_t CAviEncoder::WriteAudio(const std::uint8_t* samples, std::uint32_t size) {
     Hold hold(lock_);
     if (!open_)
         return Status::kFailed;
-    audioBlocks_ += 1;
-    const std::uint32_t block = audioBlocks_;
-    if (frameLimit_ >= 0 && framesSubmitted_ > frameLimit_)
-        return Status::kOk;
-    if (audioStream_ < 0) // the file has no audio stream
-        return Status::kOk;
-    void* payload = pool_.Allocate(size);
-    if (!payload)
+    if (file_.LostItems())
         return Status::kOutOfMemory;
-    std::memcpy(payload, samples, size);
-    auto* item =
-        new (std::nothrow) WriteFrame{static_cast<std::uint32_t>(audioStream_), block, payload, size, &pool_};
-    if (!item) {
-        pool_.Release(payload);
-        return Status::kOutOfMemory;
+    const std::uint32_t block = audioBlocks_ + 1;
+    if ((frameLimit_ >= 0 && framesSubmitted_ > frameLimit_) || audioStream_ < 0) {
+        // Audio after the last video frame, or a file without an audio stream: counted, not written.
+        audioBlocks_ = block;
+        return Status::kOk;
     }
-    QueueItem(item, "queue full in CAviEncoder::WriteAudio\n");
+    void* payload = nullptr;
+    if (!PrepareItem(size, &payload))
+        return Status::kOutOfMemory; // the block number stays free for the next block
+    audioBlocks_ = block;
+    std::memcpy(payload, samples, size);
+    QueueItem(TakeItem(static_cast<std::uint32_t>(audioStream_), block, payload, size),
+              "queue full in CAviEncoder::WriteAudio\n");
     return Status::kOk;
 }
 
@@ -203,10 +234,14 @@ std::uint32_t CAviEncoder::Finish() {
         videoStream = videoStream_;
     }
     if (limit >= 0 && limit != kUnlimited && videoStream >= 0) {
-        while (file_.LastWritten(static_cast<std::uint32_t>(videoStream)) < static_cast<std::uint32_t>(limit))
+        // An item the writer had to drop never reaches the file: waiting for it would never end.
+        while (!file_.LostItems() &&
+               file_.LastWritten(static_cast<std::uint32_t>(videoStream)) < static_cast<std::uint32_t>(limit))
             QVN::SleepMs(kQueueRetryMs);
     }
-    return Close();
+    const bool lost = file_.LostItems();
+    Close();
+    return lost ? Status::kOutOfMemory : Status::kOk;
 }
 
 std::uint32_t CAviEncoder::Close() {

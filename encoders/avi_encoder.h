@@ -56,6 +56,12 @@ public:
 protected:
     // Queues an item, waiting in 5 ms steps while the writer is more than the bound behind.
     void QueueItem(WriteFrame* item, const char* fullMessage);
+    // Takes a payload buffer and makes sure a queue item is at hand; false (nothing taken) when out of
+    // memory.
+    bool PrepareItem(std::uint32_t size, void** payload);
+    // The item PrepareItem set aside, filled in.
+    WriteFrame* TakeItem(std::uint32_t stream, std::uint32_t sequence, void* payload, std::uint32_t size);
+    bool ReserveReturned();
 
     QVN::CW32CriticalSection lock_;
     AlignedBufferPool pool_;
@@ -76,5 +82,6 @@ protected:
     std::uint32_t samplesPerSecond_ = 0;
     std::int32_t audioCarry_ = 0; // hundredths of a sample
     IFrameSink* sink_ = nullptr;
-    bool open_ = false; // the writer thread runs
+    bool open_ = false;           // the writer thread runs
+    WriteFrame* spare_ = nullptr; // the next queue item, allocated before a sequence number is taken
 };

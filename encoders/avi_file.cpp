@@ -84,13 +84,16 @@ HRESULT AVIFile::Open(const char* path, const std::vector<StreamInfo*>& streams)
             if (!scratch_)
                 return E_OUTOFMEMORY;
         }
+        // Everything the header needs is allocated before the file exists: running out of memory leaves
+        // no half-written file behind.
+        PrepareStreams(streams);
         Check(cached_.Open(path, QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kCached));
         Check(unbuffered_.Open(path, QVN::FileCreation::kOpenExisting, QVN::FileBuffering::kUnbuffered));
         position_ = 0;
         WriteFourCC(MakeFourCC("RIFF"), 4);
         const std::uint32_t avi = MakeFourCC("AVI ");
         Write(&avi, 4);
-        OpenStreams(streams);
+        WriteHeaders(streams);
         return S_OK;
     } catch (const FileError& e) {
         Reset();
@@ -101,7 +104,24 @@ HRESULT AVIFile::Open(const char* path, const std::vector<StreamInfo*>& streams)
     }
 }
 
-void AVIFile::OpenStreams(const std::vector<StreamInfo*>& streams) {
+void AVIFile::PrepareStreams(const std::vector<StreamInfo*>& streams) {
+    streams_.clear();
+    streams_.reserve(streams.size());
+    for (std::uint32_t s = 0; s < streams.size(); ++s) {
+        const StreamInfo& info = *streams[s];
+        StreamRecord record;
+        record.info = info.Clone();
+        record.chunkId = QVN::AviIndex::ChunkId(s, info.Header().fccType);
+        record.superIndex = std::make_unique<SuperIndexChunk>();
+        record.standardIndex = std::make_unique<StandardIndexChunk>();
+        QVN::AviIndex::InitSuperIndex(*record.superIndex, record.chunkId);
+        QVN::AviIndex::InitStandardIndex(*record.standardIndex, s, record.chunkId);
+        streams_.push_back(std::move(record));
+    }
+    segments_.reserve(4);
+}
+
+void AVIFile::WriteHeaders(const std::vector<StreamInfo*>& streams) {
     std::uint32_t headerSize = 64; // avih chunk
     const VideoStreamInfo* video = nullptr;
     std::uint32_t largestBuffer = 0;
@@ -135,18 +155,9 @@ void AVIFile::OpenStreams(const std::vector<StreamInfo*>& streams) {
     // Motion JPEG payloads are small and variable: they all go through the cached handle.
     alignedWrites_ = video && video->Header().fccHandler != MakeFourCC("MJPG");
 
-    streams_.clear();
-    streams_.reserve(streams.size());
     for (std::uint32_t s = 0; s < streams.size(); ++s) {
         const StreamInfo& info = *streams[s];
-        StreamRecord record;
-        record.info = info.Clone();
-        record.chunkId = QVN::AviIndex::ChunkId(s, info.Header().fccType);
-        record.superIndex = std::make_unique<SuperIndexChunk>();
-        record.standardIndex = std::make_unique<StandardIndexChunk>();
-        QVN::AviIndex::InitSuperIndex(*record.superIndex, record.chunkId);
-        QVN::AviIndex::InitStandardIndex(*record.standardIndex, s, record.chunkId);
-
+        StreamRecord& record = streams_[s];
         const std::uint32_t formatSize = info.GetFormatSize();
         WriteFourCC(MakeFourCC("LIST"), formatSize + kStrlOverhead - 8);
         const std::uint32_t strl = MakeFourCC("strl");
@@ -156,7 +167,6 @@ void AVIFile::OpenStreams(const std::vector<StreamInfo*>& streams) {
         Write(info.GetFormat(), formatSize);
         record.indxPosition = position_;
         Write(record.superIndex.get(), sizeof(SuperIndexChunk));
-        streams_.push_back(std::move(record));
     }
 
     const std::uint64_t moviList = WriteJunk(-12);
@@ -236,6 +246,12 @@ HRESULT AVIFile::WriteChunk(std::uint32_t stream, const void* data, std::uint32_
     if (!data && !record.hasChunk) // nothing to repeat yet
         return E_FAIL;
     try {
+        // The lists grow before anything is written, so that a chunk is either in the file and in every
+        // index, or in none.
+        if (firstSegment_ && idx1_.size() == idx1_.capacity())
+            idx1_.reserve(idx1_.size() * 2 + 1024);
+        if (segments_.size() == segments_.capacity())
+            segments_.reserve(segments_.size() * 2);
         std::uint32_t duration = 0;
         if (header.fccType == MakeFourCC("vids")) {
             duration = 1;
@@ -285,7 +301,7 @@ HRESULT AVIFile::WriteChunk(std::uint32_t stream, const void* data, std::uint32_
         return S_OK;
     } catch (const FileError& e) {
         return e.hr;
-    } catch (const std::bad_alloc&) { // the idx1 list could not grow
+    } catch (const std::bad_alloc&) { // a list could not grow: nothing was written
         return E_OUTOFMEMORY;
     }
 }

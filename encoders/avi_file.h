@@ -61,7 +61,8 @@ private:
         std::uint64_t moviDataStart; // just after "LIST", size, "movi"
     };
 
-    void OpenStreams(const std::vector<StreamInfo*>& streams);
+    void PrepareStreams(const std::vector<StreamInfo*>& streams); // allocations only
+    void WriteHeaders(const std::vector<StreamInfo*>& streams);
     // Both return the file position of the chunk header.
     std::uint64_t WriteUnaligned(const StreamRecord& record, const void* data, std::uint32_t size);
     std::uint64_t WriteAligned(const StreamRecord& record, const void* data, std::uint32_t size);

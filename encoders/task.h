@@ -38,11 +38,19 @@ public:
     // Run by every worker thread; the thread ends when it returns.
     virtual std::uint32_t ItemLoop() = 0;
 
-    // Starts `threads` workers unless the task already has some. False when a thread could not start.
+    // Starts `threads` workers unless the task already has some. False when a thread could not start, or
+    // when the wake event could not be made (workers could never be woken).
     bool Start(std::uint32_t threads) {
         CAutoLock<Lock> hold(lock_);
         if (!threads_.empty())
             return true;
+        if (!wake_.IsValid())
+            return false;
+        try { // room first: a started thread whose handle could not be kept would be joined at once
+            threads_.reserve(threads);
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
         for (std::uint32_t i = 0; i < threads; ++i) {
             CThread thread;
             if (!thread.Start(&CTask::ThreadMain, this))

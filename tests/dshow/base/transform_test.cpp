@@ -8,6 +8,7 @@
 
 #include "dshow/base/trans_in_place_filter.h"
 #include "tests/dshow/base/graph_test_filters.h"
+#include "tests/dshow/graph_fixture.h"
 
 namespace {
 
@@ -88,15 +89,10 @@ IPin* Pin(CBaseFilter* filter, int n) {
     return filter->GetPin(n);
 }
 
-class TransformTest : public ::testing::Test {
+class TransformTest : public qvn_test::GraphTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-        baseline_ = CBaseObject::ObjectsActive();
-        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                                         reinterpret_cast<void**>(&graph)));
-        ASSERT_EQ(S_OK, graph->QueryInterface(IID_IMediaControl, reinterpret_cast<void**>(&control)));
-        ASSERT_EQ(S_OK, graph->QueryInterface(IID_IMediaEvent, reinterpret_cast<void**>(&events)));
+        GraphTest::SetUp();
         HRESULT hr = S_OK;
         source = new qvn_test::CNumberedSource(&hr);
         renderer = new qvn_test::CRecordingRenderer(&hr);
@@ -106,17 +102,10 @@ protected:
         Add(renderer, L"Renderer");
     }
 
-    void TearDown() override {
-        control->Stop();
-        for (IUnknown* u : std::vector<IUnknown*>{control, events, graph}) {
-            u->Release();
-        }
+    void ReleaseFilters() override {
         for (CBaseFilter* f : added) {
             f->Release();
         }
-        // Filters, pins, allocators and samples of ours: all given back.
-        EXPECT_EQ(baseline_, CBaseObject::ObjectsActive());
-        CoUninitialize();
     }
 
     void Add(CBaseFilter* filter, const wchar_t* name) {
@@ -130,15 +119,7 @@ protected:
         renderer->pin.Clear();
         source->stream->next = 0;
         EXPECT_TRUE(SUCCEEDED(control->Run()));
-        // Events one by one: each taken from the queue, so a completion never counts for the next run.
-        long code = 0;
-        for (int tries = 0; tries < 200 && code != EC_COMPLETE; ++tries) {
-            LONG_PTR p1 = 0, p2 = 0;
-            if (events->GetEvent(&code, &p1, &p2, 50) == S_OK) {
-                events->FreeEventParams(code, p1, p2);
-            }
-        }
-        EXPECT_EQ(EC_COMPLETE, code);
+        EXPECT_TRUE(WaitForEvent(EC_COMPLETE, nullptr, nullptr, 10000));
         EXPECT_EQ(S_OK, control->Stop());
         return renderer->pin.Samples();
     }
@@ -168,15 +149,9 @@ protected:
         }
     }
 
-    IGraphBuilder* graph = nullptr;
-    IMediaControl* control = nullptr;
-    IMediaEvent* events = nullptr;
     qvn_test::CNumberedSource* source = nullptr;
     qvn_test::CRecordingRenderer* renderer = nullptr;
     std::vector<CBaseFilter*> added;
-
-private:
-    LONG baseline_ = 0;
 };
 
 TEST_F(TransformTest, CopyingTransformMakesNewSamplesWithTheInputsStampsAndPassesStreamEvents) {

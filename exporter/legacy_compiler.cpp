@@ -104,7 +104,10 @@ prsdk::int32 LegacyCompiler::Run(const prsdk::exDoExportRec& rec) {
     if (initialised != 0)
         return static_cast<prsdk::int32>(initialised);
 
-    encoder_->GetFreeBuffers(knownBuffers_);
+    // Without its buffers the run would wait for one for ever.
+    const std::uint32_t buffers = encoder_->GetFreeBuffers(knownBuffers_);
+    if (buffers != 0)
+        return static_cast<prsdk::int32>(buffers);
     pool_.assign(knownBuffers_.begin(), knownBuffers_.end());
 
     const std::uint32_t chunk = (rate->rate + rate->scale - 1) / rate->scale;
@@ -166,6 +169,46 @@ prsdk::int32 LegacyCompiler::Run(const prsdk::exDoExportRec& rec) {
         return static_cast<prsdk::int32>(opened); // the renderers stay made; the host tears them down
 
     prsdk::int32 result = 0;
+    try {
+        result = RequestFrames(chunk);
+    } catch (...) {
+        // Renders may still be in flight and use this object: the run waits for them like any failed run,
+        // and ends as an exception through the entry point would.
+        InterlockedWrite(&moduleFailure_, prsdk::exportReturn_InternalError);
+        result = kResultFailed;
+    }
+    if (Abort() != 0 || InterlockedRead(&frameLost_) != 0)
+        result = kResultFailed;
+
+    while (InterlockedRead(&inFlight_) != 0)
+        SleepMs(kDrainPollMs);
+    // Renders that failed while the run drained, frames the encoder could not take, or frames never handed
+    // over for any reason, would leave Finish waiting for frames that cannot come: such a run closes the file
+    // instead.
+    if (result >= 0 && (Abort() != 0 || InterlockedRead(&frameLost_) != 0 || InterlockedRead(&moduleFailure_) != 0 ||
+                        (exportVideo_ && InterlockedRead(&nextFrame_) != endFrame_)))
+        result = kResultFailed;
+
+    prsdk::int32 outcome;
+    if (result < 0) {
+        encoder_->Close();
+        // A failure inside the module stands even when a later progress answer cleared the abort word.
+        outcome = Abort() != 0 ? Abort() : InterlockedRead(&moduleFailure_);
+    } else {
+        outcome = static_cast<prsdk::int32>(encoder_->Finish());
+    }
+    ReleaseRenderers();
+    pool_.clear();
+    {
+        CAutoLock<CW32CriticalSection> hold(lock_);
+        pending_.clear();
+        reorder_.clear();
+    }
+    return outcome;
+}
+
+prsdk::int32 LegacyCompiler::RequestFrames(std::uint32_t chunk) {
+    prsdk::int32 result = 0;
     for (std::int32_t current = firstFrame_; current < endFrame_ && result >= 0;) {
         const std::int32_t k = std::min(static_cast<std::int32_t>(chunk), endFrame_ - current);
         if (exportVideo_) {
@@ -202,32 +245,7 @@ prsdk::int32 LegacyCompiler::Run(const prsdk::exDoExportRec& rec) {
             result = kResultFailed;
         current += k;
     }
-    if (Abort() != 0 || InterlockedRead(&frameLost_) != 0)
-        result = kResultFailed;
-
-    while (InterlockedRead(&inFlight_) != 0)
-        SleepMs(kDrainPollMs);
-    // Renders that failed while the run drained, or frames never handed over for any reason, would leave
-    // Finish waiting for frames that cannot come: such a run closes the file instead.
-    if (result >= 0 && (Abort() != 0 || InterlockedRead(&frameLost_) != 0 ||
-                        (exportVideo_ && InterlockedRead(&nextFrame_) != endFrame_)))
-        result = kResultFailed;
-
-    prsdk::int32 outcome;
-    if (result < 0) {
-        encoder_->Close();
-        outcome = Abort();
-    } else {
-        outcome = static_cast<prsdk::int32>(encoder_->Finish());
-    }
-    ReleaseRenderers();
-    pool_.clear();
-    {
-        CAutoLock<CW32CriticalSection> hold(lock_);
-        pending_.clear();
-        reorder_.clear();
-    }
-    return outcome;
+    return result;
 }
 
 } // namespace QVN

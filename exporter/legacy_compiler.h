@@ -30,6 +30,8 @@ public:
     prsdk::int32 Run(const prsdk::exDoExportRec& rec);
 
 private:
+    // The main loop: asks for every frame and delivers the audio, chunk by chunk; 0 or a negative result.
+    prsdk::int32 RequestFrames(std::uint32_t chunk);
     // The host side of each frame and audio chunk.
     prsdk::int32 SetUpAudio(std::uint16_t* bitsPerSample);
     prsdk::int32 RequestFrame(std::int32_t frame);
@@ -76,6 +78,9 @@ private:
     // Set when a frame could not be delivered. The abort word alone is not enough to stop the run: a later
     // progress answer may clear it, and the frames after the lost one would then wait for it forever.
     volatile std::int32_t frameLost_ = 0;
+    // The result of a failure inside the module (out of memory, the encoder refusing a frame or a block),
+    // which the run returns even when a progress answer cleared the abort word since.
+    volatile std::int32_t moduleFailure_ = 0;
 
     std::unique_ptr<CEncoderBase> encoder_;
     bool hostCompresses_ = false;

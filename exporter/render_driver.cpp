@@ -140,16 +140,23 @@ void LegacyCompiler::FrameRendered(prsdk::PrTime time, prsdk::PPixHand frame,
         }
     }
     const bool failed = (result && result->returnVal != 0) || !frame || !buffer;
-    const prsdk::int32 abort = failed ? kAbortUnsupported : ConvertFrame(n, frame, buffer);
+    prsdk::int32 abort = failed ? kAbortUnsupported : ConvertFrame(n, frame, buffer);
     if (frame && ppixSuite_)
         ppixSuite_->Dispose(frame);
+    if (abort == 0) {
+        // This runs on the host's thread: an exception leaving it would end the host. The frame is lost
+        // instead, and the run stops as for any frame that cannot be delivered.
+        try {
+            DeliverInOrder(n, buffer);
+        } catch (...) {
+            abort = kAbortUnsupported;
+            InterlockedWrite(&moduleFailure_, abort);
+        }
+    }
     if (abort != 0) {
         SetAbort(abort);
         InterlockedWrite(&frameLost_, 1);
-        FrameDone();
-        return;
     }
-    DeliverInOrder(n, buffer);
     FrameDone();
 }
 
@@ -194,35 +201,43 @@ prsdk::int32 LegacyCompiler::ConvertFrame(std::int32_t n, prsdk::PPixHand frame,
 
     namespace Video = Converter::Video;
     const auto src = static_cast<std::uint32_t>(rowBytes);
+    // A converter that fails (its tables could not be allocated) leaves the buffer as it was: the frame
+    // is lost rather than written with stale pixels.
+    const auto converted = [this](std::int32_t answer) {
+        if (answer == Video::kResultOk)
+            return prsdk::int32{0};
+        InterlockedWrite(&moduleFailure_, kAbortUnsupported);
+        return kAbortUnsupported;
+    };
     switch (DepthOf(format)) {
     case Depth::k32f:
     case Depth::k16u: {
         const std::uint32_t from =
             DepthOf(format) == Depth::k32f ? Video::kPixelFormatBgra32f : Video::kPixelFormatBgra16u;
         if (codec == FourCC("r210"))
-            Video::r210::CreateFrom(pixels, src, from, buffer, dstRowBytes, width, height, 0, 0);
-        else if (codec == FourCC("v210"))
-            Video::v210::CreateFrom(pixels, src, from, buffer, dstRowBytes, width, height, 0, 0);
-        else
-            return kAbortUnsupported;
-        return 0;
+            return converted(
+                Video::r210::CreateFrom(pixels, src, from, buffer, dstRowBytes, width, height, 0, 0));
+        if (codec == FourCC("v210"))
+            return converted(
+                Video::v210::CreateFrom(pixels, src, from, buffer, dstRowBytes, width, height, 0, 0));
+        return kAbortUnsupported;
     }
     case Depth::k8u:
         if (codec == FourCC("UYVY") || codec == FourCC("HDYC"))
-            Video::uyvy::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width,
-                                    height, 0, 0);
-        else if (codec == FourCC("r210"))
-            Video::r210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width,
-                                    height, 0, 0);
-        else if (codec == FourCC("v210"))
-            Video::v210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer, dstRowBytes, width,
-                                    height, 0, 0);
-        else if (TakesRowCopy(codec))
+            return converted(Video::uyvy::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer,
+                                                     dstRowBytes, width, height, 0, 0));
+        if (codec == FourCC("r210"))
+            return converted(Video::r210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer,
+                                                     dstRowBytes, width, height, 0, 0));
+        if (codec == FourCC("v210"))
+            return converted(Video::v210::CreateFrom(pixels, src, Video::kPixelFormatBgra8u, buffer,
+                                                     dstRowBytes, width, height, 0, 0));
+        if (TakesRowCopy(codec)) {
             CopyRows(pixels, rowBytes, static_cast<char*>(buffer), static_cast<std::int32_t>(dstRowBytes),
                      width * 4, height);
-        else
-            return kAbortUnsupported;
-        return 0;
+            return 0;
+        }
+        return kAbortUnsupported;
     default:
         return kAbortUnknownFormat;
     }
@@ -233,17 +248,23 @@ prsdk::int32 LegacyCompiler::ConvertFrame(std::int32_t n, prsdk::PPixHand frame,
 // map would wait there for ever (and the export with it). The encoder serialises writes anyway.
 void LegacyCompiler::DeliverInOrder(std::int32_t n, void* buffer) {
     CAutoLock<CW32CriticalSection> hold(lock_);
-    reorder_[n] = buffer;
-    std::uint32_t written = 0;
+    reorder_.emplace(n, buffer); // the only step that can throw, before anything has changed
     while (!reorder_.empty() && reorder_.begin()->first == InterlockedRead(&nextFrame_)) {
         const auto first = reorder_.begin();
-        written = encoder_->WriteVideo(first->second, output_.biSizeImage);
+        const std::uint32_t written = encoder_->WriteVideo(first->second, output_.biSizeImage);
+        if (written != 0) {
+            // The hand-over stops at a frame the encoder could not take: the frames after it would
+            // otherwise be written one place early. The run stops with the encoder's result.
+            reorder_.erase(first);
+            InterlockedWrite(&moduleFailure_, static_cast<prsdk::int32>(written));
+            InterlockedWrite(&frameLost_, 1);
+            SetAbort(static_cast<prsdk::int32>(written));
+            return;
+        }
         ReportProgress(first->first);
         reorder_.erase(first);
         InterlockedInc(&nextFrame_);
     }
-    if (written != 0)
-        SetAbort(static_cast<prsdk::int32>(written));
 }
 
 void LegacyCompiler::ReportProgress(std::int32_t n) {
@@ -309,8 +330,10 @@ prsdk::int32 LegacyCompiler::DeliverAudio(std::uint32_t frames) {
     }
     if (at == 0)
         return 0;
-    return static_cast<prsdk::int32>(
-        encoder_->WriteAudio(interleaved_.data(), static_cast<std::uint32_t>(at)));
+    const std::uint32_t written = encoder_->WriteAudio(interleaved_.data(), static_cast<std::uint32_t>(at));
+    if (written != 0) // the file would lack this block: the run ends with the encoder's result
+        InterlockedWrite(&moduleFailure_, static_cast<prsdk::int32>(written));
+    return static_cast<prsdk::int32>(written);
 }
 
 } // namespace QVN

@@ -10,9 +10,12 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <sys/wait.h>
 
 #include "host/frame_stamp.h"
 #include "host/sequence_audio.h"
@@ -370,6 +373,84 @@ TEST(ExportEndToEnd, CancelSuspendAndRenderFailuresAtRandomFramesNeverHangOrLose
             EXPECT_GE(stamps.size(), at + 1) << "every frame through the cancelled one";
     }
 }
+
+#ifdef QVN_ALLOCATION_FAULTS
+// The module counts its allocations during an export and fails the nth (platform/allocation_faults.h); one
+// export for every n from the first to the last. Each must end with a result of the failure table, or 0 with
+// a complete file; no crash, hang or sanitizer report; renderers may stay made after a failure (the host
+// tears them down), nothing else may be left over; and a file left behind is readable, consistent and holds
+// a gapless run of frames from the first.
+void EveryAllocationFailingInTurn(const std::string& options, int width, int height, std::size_t frames) {
+    const auto packets = [](const std::string& f) {
+        return Probe(f, "v:0", "nb_read_packets") + Probe(f, "a:0", "nb_read_packets");
+    };
+    const std::string file = Scratch("injected.avi");
+    const std::string run = std::string(QVN_TEST_QVNHOST) + " export --out " + file + " " + options;
+    std::string out;
+    ASSERT_EQ(Shell("QVN_FAIL_ALLOCATION=0 " + run, &out), 0) << Slurp(Scratch("command.err"));
+    const std::string counted = Slurp(Scratch("command.err"));
+    const std::size_t at = counted.find("the export made ");
+    ASSERT_NE(at, std::string::npos) << counted;
+    const long total = std::atol(counted.c_str() + at + 16);
+    ASSERT_GT(total, 50) << "too few allocations seen: is the module built with the switch?";
+    const std::string reference = packets(file);
+    std::map<std::string, int> results;
+    for (long n = 1; n <= total; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n) + " of " + std::to_string(total) + " failing");
+        std::remove(file.c_str());
+        const int status =
+            Shell("QVN_FAIL_ALLOCATION=" + std::to_string(n) + " timeout -s KILL 120 " + run, &out);
+        const std::string errors = Slurp(Scratch("command.err"));
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1) << "crashed or hung: " << status << errors;
+        ASSERT_EQ(errors.find("Sanitizer"), std::string::npos) << errors;
+        ASSERT_EQ(errors.find("runtime error"), std::string::npos) << errors;
+        const std::size_t r = out.find("result:");
+        ASSERT_NE(r, std::string::npos) << out;
+        std::istringstream words(out.substr(r + 7));
+        std::string result;
+        words >> result;
+        results[result] += 1;
+        ASSERT_TRUE(result == "0" || result == "3" || result == "99" || result == "0x80000002") << out;
+        std::istringstream lines(errors);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find("not released") != std::string::npos)
+                EXPECT_NE(result, "0") << line;
+            else if (line.find("never disposed") != std::string::npos ||
+                     line.find("not live") != std::string::npos || line.rfind("qvnhost: suite ", 0) == 0)
+                ADD_FAILURE() << line;
+        }
+        if (!std::ifstream(file).good()) {
+            EXPECT_NE(result, "0") << "a successful export without its file";
+            continue;
+        }
+        ASSERT_EQ(Shell(std::string(QVN_TEST_FFPROBE) + " -v error " + file), 0) << "unreadable file";
+        ASSERT_EQ(Shell(std::string(QVN_TEST_QVNHOST) + " inspect " + file), 0) << "inconsistent file";
+        // ffmpeg cannot tell a DV stream's format from no frame at all.
+        const std::string video = Probe(file, "v:0", "nb_read_packets");
+        const bool none = video == "nb_read_packets=N/A\n" || video == "nb_read_packets=0\n";
+        const std::vector<std::int64_t> stamps =
+            none ? std::vector<std::int64_t>{} : Stamps(file, width, height);
+        EXPECT_EQ(stamps, Range(0, static_cast<std::int64_t>(stamps.size()))) << "frames out of place";
+        if (result == "0") {
+            EXPECT_EQ(stamps.size(), frames);
+            EXPECT_EQ(packets(file), reference);
+        }
+    }
+    std::string summary;
+    for (const auto& [result, count] : results)
+        summary += " " + result + ": " + std::to_string(count);
+    std::printf("%ld runs;%s\n", total, summary.c_str());
+}
+
+TEST(ExportEndToEnd, EveryAllocationFailingInTurnOnTheDirectPathWithAudio) {
+    // More frames than the 30 buffers, and two chunks of audio.
+    EveryAllocationFailingInTurn("--codec v210 --size 320x240 --frames 40 --audio stereo", 320, 240, 40);
+}
+
+TEST(ExportEndToEnd, EveryAllocationFailingInTurnOnTheDvcproPath) {
+    EveryAllocationFailingInTurn("--codec dvn5 --frames 5 --audio 5.1 --sample-type 24", 720, 480, 5);
+}
+#endif
 
 } // namespace
 } // namespace qvnhost

@@ -182,10 +182,10 @@ prsdk::int32 LegacyCompiler::Run(const prsdk::exDoExportRec& rec) {
 
     while (InterlockedRead(&inFlight_) != 0)
         SleepMs(kDrainPollMs);
-    // Renders that failed while the run drained, frames the encoder could not take, or frames never handed
-    // over for any reason, would leave Finish waiting for frames that cannot come: such a run closes the file
-    // instead.
-    if (result >= 0 && (Abort() != 0 || InterlockedRead(&frameLost_) != 0 || InterlockedRead(&moduleFailure_) != 0 ||
+    // Frames that failed while the run drained, or that the encoder could not take, would leave Finish
+    // waiting for frames that cannot come: such a run closes the file instead. An abort word set during the
+    // drain does not count when every frame arrived.
+    if (result >= 0 && (InterlockedRead(&frameLost_) != 0 || InterlockedRead(&moduleFailure_) != 0 ||
                         (exportVideo_ && InterlockedRead(&nextFrame_) != endFrame_)))
         result = kResultFailed;
 

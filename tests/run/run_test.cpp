@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <fstream>
 #include <string>
 
 #include "exporter/codec_catalogue.h"
@@ -159,6 +160,19 @@ TEST_F(ExportRun, EveryFailureEndsWithTheResultTheHostExpects) {
             << "16-bit frames cannot become UYVY";
         script.deliveredFormat = 0;
     }
+}
+
+TEST_F(ExportRun, ACancelAnsweredWhileTheRunDrainsFinishesTheFileWhenEveryFrameIsIn) {
+    // Frames 0-2 complete at once, frame 3 only after the host has had no request for 30 ms: by then the
+    // run has asked for everything and waits for it. Frame 3's progress report answers "cancel" too late.
+    script.cancelAtReport = 3;
+    EXPECT_EQ(scripted::RunExport(script, 0, 4, true, false, &record), 0) << "Finish's result";
+    EXPECT_EQ(record.progress.size(), 4u);
+    std::ifstream file(script.path, std::ios::binary);
+    std::uint32_t frames = 0;
+    file.seekg(48); // avih's total frames, which Finish and Close both patch
+    file.read(reinterpret_cast<char*>(&frames), 4);
+    EXPECT_EQ(frames, 4u);
 }
 
 TEST_F(ExportRun, TenBitCodecsAskForTheDeepestFormatFirst) {

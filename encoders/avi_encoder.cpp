@@ -93,7 +93,7 @@ std::uint32_t CAviEncoder::ReclaimBuffers(BufferList& buffers) {
 
 std::uint32_t CAviEncoder::SetAudioFormat(std::uint16_t channels, std::uint32_t samplesPerSecond,
                                           std::uint16_t bitsPerSample, std::int16_t subFormatTag) {
-    std::memset(&audio_, 0, sizeof(audio_));
+    // Initialise clears the format area; what this leaves alone keeps its value.
     WAVEFORMATEX& format = audio_.Format;
     if (channels == 6) {
         format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;

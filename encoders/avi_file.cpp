@@ -88,7 +88,7 @@ HRESULT AVIFile::Open(const char* path, const std::vector<StreamInfo*>& streams)
         // no half-written file behind.
         PrepareStreams(streams);
         Check(cached_.Open(path, QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kCached));
-        Check(unbuffered_.Open(path, QVN::FileCreation::kOpenExisting, QVN::FileBuffering::kUnbuffered));
+        Check(unbuffered_.Open(path, QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kUnbuffered));
         position_ = 0;
         WriteFourCC(MakeFourCC("RIFF"), 4);
         const std::uint32_t avi = MakeFourCC("AVI ");

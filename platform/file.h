@@ -1,7 +1,8 @@
 // A file handle for writing, in the two kinds the AVI writer needs: cached, and unbuffered (the data goes
 // straight to the disk, FILE_FLAG_NO_BUFFERING / O_DIRECT). Unbuffered writes need buffer addresses, sizes
-// and positions that are multiples of the sector size; 4096 satisfies every disk we support. Where the file
-// system refuses unbuffered I/O (tmpfs, some network shares), the handle silently becomes a cached one.
+// and positions that are multiples of the sector size; 4096 satisfies every disk we support, and a write
+// that breaks the rule fails. Where the file system refuses unbuffered I/O at open (some network shares),
+// the handle silently becomes a cached one.
 // Every failure is an HRESULT made from the system's error. Setting the environment variable
 // QVN_NO_UNBUFFERED=1 makes every unbuffered open take that fall back, for disks whose drivers misbehave.
 #pragma once

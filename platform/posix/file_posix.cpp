@@ -1,5 +1,6 @@
 // The write handles of the AVI writer on POSIX: O_DIRECT for the unbuffered kind, with a fall back to a
-// cached descriptor where the file system refuses it.
+// cached descriptor where the file system refuses it at open. A descriptor opened with O_DIRECT stays so:
+// a misaligned write through it fails (EINVAL), as the same write fails on Windows.
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -92,17 +93,6 @@ HRESULT CFile::Close() {
     return rc == 0 ? S_OK : HresultFromLastError();
 }
 
-namespace {
-
-// Some file systems accept O_DIRECT at open and refuse the first write; such a descriptor is turned into
-// a cached one and the write retried.
-bool DropDirectIo(int fd) {
-    const int flags = fcntl(fd, F_GETFL);
-    return flags >= 0 && (flags & O_DIRECT) && fcntl(fd, F_SETFL, flags & ~O_DIRECT) == 0;
-}
-
-} // namespace
-
 HRESULT CFile::Write(const void* data, std::size_t size) {
     if (fd_ < 0)
         return HRESULT_FROM_WIN32(kErrorInvalidHandle);
@@ -112,10 +102,6 @@ HRESULT CFile::Write(const void* data, std::size_t size) {
         if (n < 0) {
             if (errno == EINTR)
                 continue;
-            if (errno == EINVAL && unbuffered_ && DropDirectIo(fd_)) {
-                unbuffered_ = false;
-                continue;
-            }
             return HresultFromLastError();
         }
         if (n == 0)
@@ -135,10 +121,6 @@ HRESULT CFile::WriteAt(std::uint64_t position, const void* data, std::size_t siz
         if (n < 0) {
             if (errno == EINTR)
                 continue;
-            if (errno == EINVAL && unbuffered_ && DropDirectIo(fd_)) {
-                unbuffered_ = false;
-                continue;
-            }
             return HresultFromLastError();
         }
         if (n == 0)

@@ -95,20 +95,18 @@ TEST(File, ARefusedUnbufferedOpenFallsBackToACachedHandle) {
 }
 
 #if !defined(_WIN32)
-TEST(File, AnUnalignedWriteThroughADirectHandleStillLands) {
-    // Some file systems accept O_DIRECT at open and refuse misaligned writes later; the handle then turns
-    // itself into a cached one instead of failing the write.
-    const std::string path = TempPath("unaligned.bin");
+TEST(File, AMisalignedWriteThroughADirectHandleFailsAsOnWindows) {
+    // Windows refuses it with ERROR_INVALID_PARAMETER. A handle that quietly turned cached instead would let
+    // a misaligned payload pass every native test and fail in the product.
+    const std::string path = TempPath("misaligned.bin");
     QVN::CFile file;
     ASSERT_EQ(file.Open(path.c_str(), QVN::FileCreation::kCreateAlways, QVN::FileBuffering::kUnbuffered),
               S_OK);
     ASSERT_TRUE(file.IsUnbuffered());
-    ASSERT_EQ(file.WriteAt(3, "odd", 3), S_OK);
-    EXPECT_FALSE(file.IsUnbuffered());
+    EXPECT_EQ(file.WriteAt(3, "odd", 3), HRESULT_FROM_WIN32(QVN::kErrorInvalidParameter));
+    EXPECT_TRUE(file.IsUnbuffered()) << "still direct for the next write";
     ASSERT_EQ(file.Close(), S_OK);
-    const auto data = ReadAll(path);
-    ASSERT_EQ(data.size(), 6u);
-    EXPECT_EQ(std::memcmp(data.data() + 3, "odd", 3), 0);
+    EXPECT_EQ(ReadAll(path).size(), 0u);
     EXPECT_EQ(QVN::DeleteFileUtf8(path.c_str()), S_OK);
 }
 #endif

@@ -37,7 +37,10 @@ function(qvn_add_gtest name)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest_main qvn_warnings)
     if(QVN_WINDOWS)
         add_test(NAME ${name} COMMAND ${name})
-        set_tests_properties(${name} PROPERTIES TIMEOUT 900)
+        # A program that crashes under Wine may still exit with status 0 (Wine's crash handler ends it), so
+        # a pass is gtest's own closing line, and a failure line or a crash report fails the test.
+        set_tests_properties(${name} PROPERTIES TIMEOUT 900 PASS_REGULAR_EXPRESSION "\\[  PASSED  \\]"
+                             FAIL_REGULAR_EXPRESSION "\\[  FAILED  \\]|Unhandled exception|Unhandled page fault| hung")
     else()
         gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 900)
     endif()

@@ -57,7 +57,7 @@ STDMETHODIMP CEncoderAllocator::SetProperties(ALLOCATOR_PROPERTIES* request, ALL
     if (m_bCommitted) {
         return VFW_E_ALREADY_COMMITTED;
     }
-    if (static_cast<LONG>(handOver_.FreeCount()) < m_lAllocated) {
+    if (SamplesHome() < m_lAllocated) {
         return VFW_E_BUFFERS_OUTSTANDING;
     }
     const LONGLONG unit = static_cast<LONGLONG>(request->cbBuffer) + request->cbPrefix;
@@ -115,27 +115,16 @@ void CEncoderAllocator::Free() {
     handOver_.RecallQueued();
 }
 
-STDMETHODIMP CEncoderAllocator::Decommit() {
-    bool release = false;
-    {
-        CAutoLock lock(m_cs);
-        if (!m_bCommitted) {
-            return S_OK;
-        }
-        m_bCommitted = FALSE;
-        Free();
-        if (static_cast<LONG>(handOver_.FreeCount()) < m_lAllocated) {
-            m_bDecommitInProgress = TRUE;
-        } else {
-            release = true;
-        }
-        // Both sides wake, see that we are no longer committed and return.
-        handOver_.WakeAll();
-    }
-    if (release) {
-        Release(); // the reference Commit took
-    }
-    return S_OK;
+void CEncoderAllocator::ReturnSample(CMediaSample* sample) {
+    handOver_.Release(sample);
+}
+
+LONG CEncoderAllocator::SamplesHome() {
+    return static_cast<LONG>(handOver_.HomeCount());
+}
+
+void CEncoderAllocator::WakeWaiters() {
+    handOver_.WakeAll();
 }
 
 STDMETHODIMP CEncoderAllocator::GetBuffer(IMediaSample** sample, REFERENCE_TIME* start, REFERENCE_TIME* end,
@@ -153,35 +142,6 @@ STDMETHODIMP CEncoderAllocator::GetBuffer(IMediaSample** sample, REFERENCE_TIME*
     }
     taken->m_cRef = 1;
     *sample = taken;
-    return S_OK;
-}
-
-STDMETHODIMP CEncoderAllocator::ReleaseBuffer(IMediaSample* sample) {
-    if (sample == nullptr) {
-        return E_POINTER;
-    }
-    bool release = false;
-    IMemAllocatorNotifyCallbackTemp* notify = nullptr;
-    {
-        CAutoLock lock(m_cs);
-        handOver_.Release(static_cast<CMediaSample*>(sample));
-        if (m_bDecommitInProgress && static_cast<LONG>(handOver_.FreeCount()) == m_lAllocated) {
-            Free();
-            m_bDecommitInProgress = FALSE;
-            release = true;
-        }
-        notify = m_pNotify;
-        if (notify != nullptr) {
-            notify->AddRef();
-        }
-    }
-    if (notify != nullptr) {
-        notify->NotifyRelease();
-        notify->Release();
-    }
-    if (release) {
-        Release(); // may delete us
-    }
     return S_OK;
 }
 

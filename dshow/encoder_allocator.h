@@ -43,11 +43,8 @@ public:
     // Always answers 10 buffers, whatever was set: upstream filters that size their own pools from it get
     // a fixed, modest number.
     STDMETHODIMP GetProperties(ALLOCATOR_PROPERTIES* props) override;
-    // Queued samples count as returned: nobody will take them once the streaming thread stops.
-    STDMETHODIMP Decommit() override;
     STDMETHODIMP GetBuffer(IMediaSample** sample, REFERENCE_TIME* start, REFERENCE_TIME* end,
                            DWORD flags) override;
-    STDMETHODIMP ReleaseBuffer(IMediaSample* sample) override;
 
     STDMETHODIMP TakeFreeSample(CMediaSample** sample) override;
     STDMETHODIMP QueueSample(CMediaSample* sample) override;
@@ -60,6 +57,12 @@ protected:
     // Keeps the samples (they hold no memory); queued ones go back to the free list with their buffers set
     // aside for the producer.
     void Free() override;
+    // A released sample's buffer is set aside for the producer; both sides are woken.
+    void ReturnSample(CMediaSample* sample) override;
+    // Queued samples count as home: nobody takes them once the streaming thread has stopped, and Free
+    // recalls them.
+    LONG SamplesHome() override;
+    void WakeWaiters() override;
 
 private:
     struct SampleAccess {

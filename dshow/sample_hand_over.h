@@ -136,6 +136,12 @@ public:
         return free_.Size();
     }
 
+    // Samples that are not downstream: free, or queued and not yet taken.
+    std::size_t HomeCount() const {
+        CAutoLock<CW32CriticalSection> lock(owner_.lock);
+        return free_.Size() + ready_.Size();
+    }
+
     // Producer: an empty sample to attach a buffer to; blocks while downstream holds every sample.
     HRESULT TakeFree(Sample** sample) {
         if (sample == nullptr) {

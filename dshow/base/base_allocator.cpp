@@ -101,7 +101,7 @@ STDMETHODIMP CBaseAllocator::SetProperties(ALLOCATOR_PROPERTIES* pRequest, ALLOC
     if (m_bCommitted) {
         return VFW_E_ALREADY_COMMITTED;
     }
-    if (m_lFree.GetCount() < m_lAllocated) {
+    if (SamplesHome() < m_lAllocated) {
         return VFW_E_BUFFERS_OUTSTANDING;
     }
     // Values below 1 are not refused here: Commit refuses them with VFW_E_SIZENOTSET.
@@ -155,14 +155,14 @@ STDMETHODIMP CBaseAllocator::Decommit() {
             return S_OK; // also while a decommit is pending: it completes on the last return
         }
         m_bCommitted = FALSE;
-        if (m_lFree.GetCount() < m_lAllocated) {
+        if (SamplesHome() < m_lAllocated) {
             m_bDecommitInProgress = TRUE;
         } else {
             Free();
             release = true;
         }
         // Blocked GetBuffer calls wake and see that we are no longer committed.
-        NotifySample();
+        WakeWaiters();
     }
     if (release) {
         Release(); // may delete us
@@ -211,9 +211,8 @@ STDMETHODIMP CBaseAllocator::ReleaseBuffer(IMediaSample* pBuffer) {
     {
         CAutoLock lock(m_cs);
         // Only our own samples come back here (CMediaSample::Release calls its own allocator).
-        m_lFree.Add(static_cast<CMediaSample*>(pBuffer));
-        NotifySample();
-        if (m_bDecommitInProgress && m_lFree.GetCount() == m_lAllocated) {
+        ReturnSample(static_cast<CMediaSample*>(pBuffer));
+        if (m_bDecommitInProgress && SamplesHome() == m_lAllocated) {
             Free();
             m_bDecommitInProgress = FALSE;
             release = true;
@@ -252,7 +251,7 @@ STDMETHODIMP CBaseAllocator::GetFreeCount(LONG* plBuffersFree) {
     }
     CAutoLock lock(m_cs);
     // Samples not made yet count as free: they will be at the next commit.
-    *plBuffersFree = m_lCount - m_lAllocated + m_lFree.GetCount();
+    *plBuffersFree = m_lCount - m_lAllocated + SamplesHome();
     return S_OK;
 }
 

@@ -65,6 +65,17 @@ protected:
     // Releases the samples; called with every sample back on the free list.
     virtual void Free() = 0;
 
+    // How a released sample comes home and who is woken then; a derived allocator with lists of its own
+    // replaces these three together. Called under m_cs.
+    virtual void ReturnSample(CMediaSample* pSample) {
+        m_lFree.Add(pSample);
+        NotifySample();
+    }
+    // Samples that are with the allocator, not downstream; a decommit completes when all are.
+    virtual LONG SamplesHome() { return m_lFree.GetCount(); }
+    // Wakes every thread waiting for a sample (on decommit, so that it sees the change).
+    virtual void WakeWaiters() { NotifySample(); }
+
     static CMediaSample*& NextSample(CMediaSample* pSample) { return pSample->m_pNext; }
 
     CSampleList m_lFree;

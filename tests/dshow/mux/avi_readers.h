@@ -1,0 +1,75 @@
+// Independent readers of the files the multiplexer writes: a RIFF walk of our own (the avih stream count,
+// each stream's strh and strf, and the legacy idx1 index with the payload each entry points at), the
+// platform's AVIFile API, and a playback graph of the platform's AVI splitter into recording renderers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/dshow/base/graph_test_filters.h"
+
+namespace qvn_test {
+
+// The filter's first pin of that direction, with a reference; null when it has none.
+IPin* FirstPin(IBaseFilter* filter, PIN_DIRECTION direction);
+
+struct RiffStream {
+    std::uint32_t fccType = 0;
+    std::uint32_t rate = 0, scale = 0, length = 0;
+    std::vector<std::uint8_t> format; // the strf payload
+};
+
+struct RiffIndexEntry {
+    std::uint32_t chunkId = 0;
+    std::uint32_t offset = 0; // as stored (from "movi" or from the file's start)
+    std::uint32_t size = 0;
+    std::vector<std::uint8_t> payload; // the bytes the entry points at
+};
+
+struct RiffFile {
+    bool valid = false;
+    std::string problem;
+    std::uint32_t avihStreams = 0, avihFrames = 0;
+    std::vector<RiffStream> streams;
+    std::vector<RiffIndexEntry> idx1;
+    // The idx1 entries of one stream ("00dc", "01wb", ...).
+    std::vector<const RiffIndexEntry*> Entries(std::uint32_t stream) const;
+};
+
+RiffFile WalkRiff(const std::wstring& path);
+
+struct AviFileStream {
+    DWORD fccType = 0, rate = 0, scale = 0, length = 0;
+    LONG streamLength = -1; // AVIStreamLength
+    std::vector<BYTE> format;
+    std::vector<std::vector<BYTE>> frames; // video: each frame read with AVIStreamRead
+    std::vector<BYTE> samples;             // audio: every sample
+};
+
+struct AviFileRead {
+    HRESULT openResult = E_FAIL;
+    DWORD streams = 0;
+    std::vector<AviFileStream> stream;
+};
+
+// Through the platform's AVIFile API (avifil32).
+AviFileRead ReadWithAviFile(const std::wstring& path);
+
+struct PlaybackStream {
+    GUID majortype = GUID_NULL;
+    std::vector<ReceivedSample> samples;
+    int endOfStreams = 0;
+};
+
+struct PlaybackRead {
+    HRESULT result = E_FAIL; // S_OK once the graph ran to EC_COMPLETE
+    std::string problem;
+    std::vector<PlaybackStream> streams;
+};
+
+// File Source (Async.) and the platform's AVI splitter, each output into a recording renderer, run without
+// a clock to completion. The caller's thread must be in a COM apartment.
+PlaybackRead PlayWithAviSplitter(const std::wstring& path);
+
+} // namespace qvn_test

@@ -85,7 +85,6 @@ HRESULT CActiveAviFile::Shutdown() {
         }
         held_.clear();
         lastWritten_.clear();
-        lost_.store(false);
     }
     return Close();
 }

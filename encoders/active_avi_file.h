@@ -18,12 +18,17 @@ public:
     ~CActiveAviFile() override; // shuts a running writer down
 
     std::uint32_t ItemLoop() override;
+    // Starts the one writer thread of a new file, with no item lost yet.
+    bool StartWriter() {
+        lost_.store(false);
+        return Start(1);
+    }
     // Stops every writer thread behind the items already queued, drops held items, closes the file.
     HRESULT Shutdown();
     // The sequence number of the last item written for a stream (0 before the first), under the file lock.
     std::uint32_t LastWritten(std::uint32_t stream);
-    // True when the writer had to drop an item for lack of memory since the file was started; from then on
-    // it drops every item (the file keeps what came before the gap). Read without the file lock.
+    // True when the writer had to drop an item for lack of memory since StartWriter; from then on it drops
+    // every item (the file keeps what came before the gap). Still true after Shutdown. Read without a lock.
     bool LostItems() const { return lost_.load(); }
     // Items held back because an earlier sequence number has not arrived yet.
     std::size_t HeldCount();

@@ -239,9 +239,9 @@ std::uint32_t CAviEncoder::Finish() {
                file_.LastWritten(static_cast<std::uint32_t>(videoStream)) < static_cast<std::uint32_t>(limit))
             QVN::SleepMs(kQueueRetryMs);
     }
-    const bool lost = file_.LostItems();
+    // Items queued behind the last frame (audio) are written during Close: the writer's verdict comes after.
     Close();
-    return lost ? Status::kOutOfMemory : Status::kOk;
+    return file_.LostItems() ? Status::kOutOfMemory : Status::kOk;
 }
 
 std::uint32_t CAviEncoder::Close() {

@@ -51,7 +51,7 @@ std::uint32_t CSimpleAviEncoder::Open(std::uint32_t hasVideo, std::uint32_t hasA
     } catch (const std::bad_alloc&) {
         return Status::kOutOfMemory;
     }
-    if (!file_.Start(1)) {
+    if (!file_.StartWriter()) {
         file_.Shutdown();
         return Status::kFailed;
     }

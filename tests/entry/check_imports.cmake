@@ -1,11 +1,21 @@
-# The module must export xSDKExport undecorated and import nothing but Windows system DLLs, so that it
-# loads on a machine with no MinGW runtime. -DOBJDUMP=... -DMODULE=...
+# The module must export xSDKExport and the COM server entry points undecorated and import nothing but
+# Windows system DLLs (COM and the registry among them), so that it loads on a machine with no MinGW
+# runtime. -DOBJDUMP=... -DMODULE=...
 execute_process(COMMAND ${OBJDUMP} -p ${MODULE} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
     message(FATAL_ERROR "objdump failed on ${MODULE}")
 endif()
-if(NOT dump MATCHES "\\[ *[0-9]+\\] xSDKExport\n")
-    message(FATAL_ERROR "xSDKExport is not in the export table:\n${dump}")
+# Exactly the host's entry point and the four COM server entry points of the Windows module, nothing else.
+string(REGEX MATCHALL "\t\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_@]*\n" rows "${dump}")
+set(exported "")
+foreach(row IN LISTS rows)
+    string(REGEX REPLACE "^\t\\[ *[0-9]+\\] ([^\n]+)\n$" "\\1" name "${row}")
+    list(APPEND exported ${name})
+endforeach()
+list(SORT exported)
+set(expected DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer xSDKExport)
+if(NOT exported STREQUAL expected)
+    message(FATAL_ERROR "the module exports [${exported}], not [${expected}]:\n${dump}")
 endif()
 string(REGEX MATCHALL "DLL Name: [^\n]+" imports "${dump}")
 set(allowed KERNEL32.dll msvcrt.dll USER32.dll ADVAPI32.dll ole32.dll OLEAUT32.dll WINMM.dll

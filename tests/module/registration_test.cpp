@@ -1,0 +1,246 @@
+// The module as a COM server under the platform's own tools: regsvr32 (another process) registers it, this
+// process creates the multiplexer by class identifier, by both ProgIDs and from the DirectShow filter list,
+// and regsvr32 /u leaves none of the keys behind. The unload answer is checked on the module loaded here.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "dshow/base/dshow_headers.h"
+
+namespace {
+
+const CLSID kMux = {0x3c5d9e27, 0x8a41, 0x4f6b, {0xb0, 0xd3, 0x6e, 0x2a, 0x91, 0xc4, 0xf7, 0x05}};
+const wchar_t kMuxKey[] = L"CLSID\\{3C5D9E27-8A41-4F6B-B0D3-6E2A91C4F705}";
+const wchar_t kFilterKey[] =
+    L"CLSID\\{083863F1-70DE-11D0-BD40-00A0C911CE86}\\Instance\\{3C5D9E27-8A41-4F6B-B0D3-6E2A91C4F705}";
+
+// The build tree's module as Wine sees it (drive Z: is the Unix root).
+std::wstring ModulePath() {
+    std::wstring path = L"Z:";
+    for (const char* c = QVN_MODULE_FILE; *c != 0; ++c) {
+        path += *c == '/' ? L'\\' : static_cast<wchar_t>(*c);
+    }
+    return path;
+}
+
+// regsvr32 in a process of its own, as an installer would run it; its exit status.
+DWORD Regsvr32(const wchar_t* options) {
+    std::wstring command = L"regsvr32.exe " + std::wstring(options) + L" \"" + ModulePath() + L"\"";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &process)) {
+        return GetLastError();
+    }
+    WaitForSingleObject(process.hProcess, 30000);
+    DWORD status = 1;
+    GetExitCodeProcess(process.hProcess, &status);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return status;
+}
+
+// A string value under HKEY_CLASSES_ROOT; "<missing>" when the key or value does not exist.
+std::wstring ReadString(const wchar_t* key, const wchar_t* name) {
+    wchar_t value[512];
+    DWORD bytes = sizeof(value);
+    if (RegGetValueW(HKEY_CLASSES_ROOT, key, name, RRF_RT_REG_SZ, nullptr, value, &bytes) != ERROR_SUCCESS) {
+        return L"<missing>";
+    }
+    return value;
+}
+
+bool KeyExists(const wchar_t* key) {
+    HKEY handle = nullptr;
+    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, key, 0, KEY_READ, &handle) != ERROR_SUCCESS) {
+        return false;
+    }
+    RegCloseKey(handle);
+    return true;
+}
+
+// The filter list as graph tools read it: the name in the entry's property bag, and the filter it makes.
+bool FindInFilterList(IBaseFilter** made) {
+    ICreateDevEnum* devices = nullptr;
+    IEnumMoniker* monikers = nullptr;
+    bool found = false;
+    if (SUCCEEDED(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER, IID_ICreateDevEnum,
+                                   reinterpret_cast<void**>(&devices))) &&
+        devices->CreateClassEnumerator(CLSID_LegacyAmFilterCategory, &monikers, 0) == S_OK) {
+        IMoniker* moniker = nullptr;
+        while (!found && monikers->Next(1, &moniker, nullptr) == S_OK) {
+            IPropertyBag* bag = nullptr;
+            if (SUCCEEDED(moniker->BindToStorage(nullptr, nullptr, IID_IPropertyBag,
+                                                 reinterpret_cast<void**>(&bag)))) {
+                VARIANT name, clsid;
+                VariantInit(&name);
+                VariantInit(&clsid);
+                CLSID id{};
+                found = SUCCEEDED(bag->Read(L"FriendlyName", &name, nullptr)) &&
+                        std::wstring(name.bstrVal) == L"QVN AVI Mux Filter" &&
+                        SUCCEEDED(bag->Read(L"CLSID", &clsid, nullptr)) &&
+                        SUCCEEDED(CLSIDFromString(clsid.bstrVal, &id)) && IsEqualCLSID(id, kMux);
+                if (found && made != nullptr) {
+                    EXPECT_EQ(S_OK, moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter,
+                                                          reinterpret_cast<void**>(made)));
+                }
+                VariantClear(&name);
+                VariantClear(&clsid);
+                bag->Release();
+            }
+            moniker->Release();
+        }
+        monikers->Release();
+    }
+    if (devices != nullptr) {
+        devices->Release();
+    }
+    return found;
+}
+
+// An export as the one function type every other converts from without complaint.
+using AnyFunction = void (*)();
+AnyFunction Export(HMODULE module, const char* name) {
+    return reinterpret_cast<AnyFunction>(GetProcAddress(module, name));
+}
+
+// Ends a hung test within seconds (a class registered wrongly can leave COM waiting on another apartment).
+DWORD WINAPI Watchdog(LPVOID done) {
+    if (WaitForSingleObject(static_cast<HANDLE>(done), 30000) == WAIT_TIMEOUT) {
+        fprintf(stderr, "%s hung\n", ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fflush(stderr);
+        Regsvr32(L"/u /s");
+        TerminateProcess(GetCurrentProcess(), 3);
+    }
+    return 0;
+}
+
+class Registration : public ::testing::Test {
+protected:
+    void SetUp() override {
+        done_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        watchdog_ = CreateThread(nullptr, 0, Watchdog, done_, 0, nullptr);
+        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    }
+    void TearDown() override {
+        Regsvr32(L"/u /s"); // whatever happened, the prefix is left clean
+        CoUninitialize();
+        SetEvent(done_);
+        WaitForSingleObject(watchdog_, INFINITE);
+        CloseHandle(watchdog_);
+        CloseHandle(done_);
+    }
+
+private:
+    HANDLE done_ = nullptr;
+    HANDLE watchdog_ = nullptr;
+};
+
+TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregisteringRemovesThem) {
+    ASSERT_EQ(0u, Regsvr32(L"/s"));
+    struct Value {
+        std::wstring key;
+        const wchar_t* name;
+        std::wstring want;
+    };
+    const std::wstring clsid = L"{3C5D9E27-8A41-4F6B-B0D3-6E2A91C4F705}";
+    const Value values[] = {
+        {kMuxKey, nullptr, L"CQVNAVIWriter Object"},
+        {std::wstring(kMuxKey) + L"\\InprocServer32", nullptr, ModulePath()},
+        {std::wstring(kMuxKey) + L"\\InprocServer32", L"ThreadingModel", L"Both"},
+        {std::wstring(kMuxKey) + L"\\ProgID", nullptr, L"AVIWriter.QVNAVIWriter.1"},
+        {std::wstring(kMuxKey) + L"\\VersionIndependentProgID", nullptr, L"AVIWriter.QVNAVIWriter"},
+        {L"AVIWriter.QVNAVIWriter.1\\CLSID", nullptr, clsid},
+        {L"AVIWriter.QVNAVIWriter\\CLSID", nullptr, clsid},
+        {L"AVIWriter.QVNAVIWriter\\CurVer", nullptr, L"AVIWriter.QVNAVIWriter.1"},
+        {kFilterKey, L"FriendlyName", L"QVN AVI Mux Filter"},
+        {kFilterKey, L"CLSID", clsid},
+    };
+    for (const Value& v : values) {
+        EXPECT_EQ(0, _wcsicmp(v.want.c_str(), ReadString(v.key.c_str(), v.name).c_str()))
+            << "HKCR\\" << testing::PrintToString(v.key) << " " << (v.name != nullptr ? "value" : "default");
+    }
+
+    // By class identifier and by either ProgID.
+    for (const wchar_t* progId : {L"AVIWriter.QVNAVIWriter.1", L"AVIWriter.QVNAVIWriter"}) {
+        CLSID id{};
+        EXPECT_EQ(S_OK, CLSIDFromProgID(progId, &id));
+        EXPECT_TRUE(IsEqualCLSID(kMux, id));
+    }
+    IBaseFilter* mux = nullptr;
+    ASSERT_EQ(S_OK, CoCreateInstance(kMux, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                     reinterpret_cast<void**>(&mux)));
+    CLSID reported{};
+    EXPECT_EQ(S_OK, mux->GetClassID(&reported));
+    EXPECT_TRUE(IsEqualCLSID(kMux, reported));
+    // In a graph, with its pins.
+    IGraphBuilder* graph = nullptr;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
+                                     reinterpret_cast<void**>(&graph)));
+    EXPECT_EQ(S_OK, graph->AddFilter(mux, L"AVI Mux"));
+    IPin* pin = nullptr;
+    EXPECT_EQ(S_OK, mux->FindPin(L"Output", &pin));
+    if (pin != nullptr) {
+        pin->Release();
+    }
+    graph->Release();
+    mux->Release();
+
+    // Graph tools list it by its display name and create it from the list.
+    IBaseFilter* listed = nullptr;
+    EXPECT_TRUE(FindInFilterList(&listed));
+    if (listed != nullptr) {
+        listed->Release();
+    }
+
+    ASSERT_EQ(0u, Regsvr32(L"/u /s"));
+    for (const wchar_t* key : {kMuxKey, L"AVIWriter.QVNAVIWriter.1", L"AVIWriter.QVNAVIWriter", kFilterKey}) {
+        EXPECT_FALSE(KeyExists(key)) << testing::PrintToString(std::wstring(key));
+    }
+    EXPECT_EQ(REGDB_E_CLASSNOTREG, CoCreateInstance(kMux, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                                    reinterpret_cast<void**>(&mux)));
+    CLSID id{};
+    EXPECT_FALSE(SUCCEEDED(CLSIDFromProgID(L"AVIWriter.QVNAVIWriter", &id)));
+    EXPECT_FALSE(FindInFilterList(nullptr));
+}
+
+// The module loaded in this process: its class factory, and DllCanUnloadNow answering S_OK only when no
+// object of the module is alive and no client holds a lock.
+TEST(ComServer, ServesTheMultiplexersFactoryAndAnswersUnloadTruthfully) {
+    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    HMODULE module = LoadLibraryW(ModulePath().c_str());
+    ASSERT_NE(nullptr, module);
+    using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
+    using CanUnloadNow = HRESULT(STDAPICALLTYPE*)();
+    auto getClassObject = reinterpret_cast<GetClassObject>(Export(module, "DllGetClassObject"));
+    auto canUnloadNow = reinterpret_cast<CanUnloadNow>(Export(module, "DllCanUnloadNow"));
+    ASSERT_NE(nullptr, getClassObject);
+    ASSERT_NE(nullptr, canUnloadNow);
+
+    void* none = nullptr;
+    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, getClassObject(CLSID_FilterGraph, IID_IClassFactory, &none));
+    EXPECT_EQ(E_NOINTERFACE, getClassObject(kMux, IID_IBaseFilter, &none));
+    EXPECT_EQ(E_POINTER, getClassObject(kMux, IID_IClassFactory, nullptr));
+    EXPECT_EQ(S_OK, canUnloadNow());
+
+    IClassFactory* factory = nullptr;
+    ASSERT_EQ(S_OK, getClassObject(kMux, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+    EXPECT_EQ(S_FALSE, canUnloadNow()); // the factory itself
+    IBaseFilter* mux = nullptr;
+    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IBaseFilter, reinterpret_cast<void**>(&mux)));
+    EXPECT_EQ(S_OK, factory->LockServer(TRUE));
+    factory->Release();
+    EXPECT_EQ(S_FALSE, canUnloadNow()); // the filter and the lock
+    mux->Release();
+    EXPECT_EQ(S_FALSE, canUnloadNow()); // the lock
+    ASSERT_EQ(S_OK, getClassObject(kMux, IID_IUnknown, reinterpret_cast<void**>(&factory)));
+    EXPECT_EQ(S_OK, factory->LockServer(FALSE));
+    factory->Release();
+    EXPECT_EQ(S_OK, canUnloadNow());
+    FreeLibrary(module);
+    CoUninitialize();
+}
+
+} // namespace

@@ -21,6 +21,7 @@
 #include "host/dshow_standins/file_writer_standin.h"
 #include "tests/dshow/graph_fixture.h"
 #include "tests/dshow/mux/avi_readers.h"
+#include "tests/dshow/push_helpers.h"
 
 namespace {
 
@@ -29,27 +30,8 @@ using qvn_test::FirstPin;
 constexpr REFERENCE_TIME kFrame = 333667; // 29.97 frames per second
 constexpr REFERENCE_TIME kNoTime = 0x7FFFFFFFFFFFFFFF;
 
-template <class Interface> Interface* Query(IUnknown* object, REFIID iid) {
-    Interface* result = nullptr;
-    object->QueryInterface(iid, reinterpret_cast<void**>(&result));
-    return result;
-}
-
-CMediaType UyvyType(LONG width, LONG height, REFERENCE_TIME perFrame) {
-    CMediaType type(&MEDIATYPE_Video);
-    GUID subtype = MEDIASUBTYPE_PCM;
-    subtype.Data1 = MAKEFOURCC('U', 'Y', 'V', 'Y');
-    type.SetSubtype(&subtype);
-    type.SetFormatType(&FORMAT_VideoInfo);
-    const DWORD bytes = static_cast<DWORD>(width * height * 2);
-    type.SetSampleSize(bytes);
-    VIDEOINFOHEADER format{};
-    format.AvgTimePerFrame = perFrame;
-    format.bmiHeader = {sizeof(BITMAPINFOHEADER), width, height, 1, 16, MAKEFOURCC('U', 'Y', 'V', 'Y'), bytes,
-                        0, 0, 0, 0};
-    type.SetFormat(reinterpret_cast<BYTE*>(&format), sizeof(format));
-    return type;
-}
+using qvn_test::Query;
+using qvn_test::UyvyType;
 
 // Frame k: its number in the first four bytes, then a pattern that differs from frame to frame.
 BYTE FrameByte(int k, DWORD i) {
@@ -83,7 +65,8 @@ std::wstring OutDir() {
 }
 
 void WriteBytes(const std::wstring& path, const std::vector<BYTE>& bytes) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file =
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, file);
     DWORD written = 0;
     if (!bytes.empty()) {
@@ -180,11 +163,11 @@ protected:
     }
 
     void ReleaseFilters() override {
-        for (IUnknown* object : {static_cast<IUnknown*>(sink), static_cast<IUnknown*>(writerState),
-                                 static_cast<IUnknown*>(fileWriter), static_cast<IUnknown*>(muxFilter),
-                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
-                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(audio)),
-                                 static_cast<IUnknown*>(scripted)}) {
+        for (IUnknown* object :
+             {static_cast<IUnknown*>(sink), static_cast<IUnknown*>(writerState),
+              static_cast<IUnknown*>(fileWriter), static_cast<IUnknown*>(muxFilter),
+              static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
+              static_cast<IUnknown*>(static_cast<IBaseFilter*>(audio)), static_cast<IUnknown*>(scripted)}) {
             if (object != nullptr) {
                 object->Release();
             }
@@ -247,22 +230,8 @@ protected:
         ASSERT_EQ(S_OK, sink->SetMode(AM_FILE_OVERWRITE));
     }
 
-    // Pushes count buffers through a push source pin the way the export does; then ends its stream.
     static void Produce(CPushSourcePin* pin, int count, const std::function<DWORD(int, BYTE*)>& fill) {
-        std::vector<void*> free;
-        pin->GetFreeBuffers(free);
-        for (int k = 0; k < count; ++k) {
-            while (free.empty()) {
-                pin->ReclaimBuffers(free);
-                Sleep(free.empty() ? 1 : 0);
-            }
-            BYTE* buffer = static_cast<BYTE*>(free.back());
-            free.pop_back();
-            if (pin->DeliverBuffer(buffer, fill(k, buffer)) != S_OK) {
-                break;
-            }
-        }
-        pin->SignalEndOfStream();
+        qvn_test::Produce(pin, count, fill);
     }
 
     // Every event until one of code arrives (included) or the time-out.
@@ -375,7 +344,8 @@ TEST_F(MuxTest, StandInIsRegisteredOnlyWhereThePlatformsWriterCannotTellItsNameO
                                    reinterpret_cast<void**>(&made)))) {
         IFileSinkFilter2* platform = Query<IFileSinkFilter2>(made, IID_IFileSinkFilter2);
         if (!fit) {
-            EXPECT_EQ(nullptr, platform) << "after the revocation, the platform's own (Wine's has no IFileSinkFilter2)";
+            EXPECT_EQ(nullptr, platform)
+                << "after the revocation, the platform's own (Wine's has no IFileSinkFilter2)";
         }
         if (platform != nullptr) {
             platform->Release();
@@ -460,7 +430,8 @@ TEST_F(MuxTest, KeepsOneSpareInputAndAnswersTypesRequirementsAndInterfaces) {
     for (int pin = 0; pin < 3; ++pin) {
         AM_STREAM_INFO info{};
         ASSERT_EQ(S_OK, mux->InputPin(pin)->GetInfo(&info));
-        const AM_STREAM_INFO expected = pin < 2 ? AM_STREAM_INFO{start, stop, 6, 5, 1 | 2 | 16} : AM_STREAM_INFO{};
+        const AM_STREAM_INFO expected =
+            pin < 2 ? AM_STREAM_INFO{start, stop, 6, 5, 1 | 2 | 16} : AM_STREAM_INFO{};
         EXPECT_EQ(0, memcmp(&expected, &info, sizeof(info))) << "pin " << pin << " flags " << info.dwFlags;
     }
     ASSERT_EQ(S_OK, filterControl->StopAt(nullptr, FALSE, 0));
@@ -480,7 +451,7 @@ struct FileCase {
     LONG width, height;
     REFERENCE_TIME perFrame;
     DWORD rate, scale;
-    int frames; // 0: no video
+    int frames;    // 0: no video
     WORD channels; // 0: no audio
     DWORD sampleRate;
     WORD bits;
@@ -595,8 +566,8 @@ TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
     if (hasAudio) {
         ASSERT_EQ(S_OK, mux->InputPin(hasVideo ? 1 : 0)->ConnectionMediaType(&audioMt));
         const auto* wave = reinterpret_cast<const WAVEFORMATEX*>(audioMt.pbFormat);
-        const size_t size = wave->wFormatTag == WAVE_FORMAT_EXTENSIBLE ? sizeof(WAVEFORMATEXTENSIBLE)
-                                                                       : sizeof(WAVEFORMATEX);
+        const size_t size =
+            wave->wFormatTag == WAVE_FORMAT_EXTENSIBLE ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX);
         waveFormat.assign(audioMt.pbFormat, audioMt.pbFormat + size);
         FreeMediaType(audioMt);
     }
@@ -646,7 +617,8 @@ TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
         EXPECT_EQ(bitmapHeader, s.format);
         ASSERT_EQ(static_cast<size_t>(c.frames), s.frames.size());
         for (int k = 0; k < c.frames; ++k) {
-            ASSERT_EQ(Frame(k, frameBytes), s.frames[static_cast<size_t>(k)]) << "AVIStreamRead of frame " << k;
+            ASSERT_EQ(Frame(k, frameBytes), s.frames[static_cast<size_t>(k)])
+                << "AVIStreamRead of frame " << k;
         }
     }
     if (hasAudio && hasVideo) {
@@ -682,10 +654,10 @@ TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
         pts += (k == 0 ? "" : " ") + std::to_string(k);
     }
     std::string lines = "name=" + std::string(c.name) + "\nvideo_frames=" + std::to_string(c.frames) +
-                        "\nvideo_pts=\"" + pts + "\"" +
-                        "\nwidth=" + std::to_string(c.width) + "\nheight=" + std::to_string(c.height) +
-                        "\nvideo_rate=" + std::to_string(c.rate) + "/" + std::to_string(c.scale) +
-                        "\naudio_samples=" + std::to_string(totalSamples) + "\nchannels=" + std::to_string(c.channels) +
+                        "\nvideo_pts=\"" + pts + "\"" + "\nwidth=" + std::to_string(c.width) +
+                        "\nheight=" + std::to_string(c.height) + "\nvideo_rate=" + std::to_string(c.rate) +
+                        "/" + std::to_string(c.scale) + "\naudio_samples=" + std::to_string(totalSamples) +
+                        "\nchannels=" + std::to_string(c.channels) +
                         "\nsample_rate=" + std::to_string(c.sampleRate) + "\naudio_format=s" +
                         std::to_string(c.bits) + "le\n";
     WriteExpectation(base, lines, expectedVideo, expectedAudio);
@@ -759,8 +731,9 @@ TEST_P(MuxGapTest, RepeatEntriesPointAtThePreviousFrame) {
     for (size_t i = 0; i < avifile.stream[0].frames.size() && i < order.size(); ++i) {
         EXPECT_EQ(order[i], FrameNumber(avifile.stream[0].frames[i])) << "AVIStreamRead of entry " << i;
     }
-    const std::string lines = std::string("name=gap_") + c.name + "\nvideo_frames=" + std::to_string(order.size()) +
-                              "\nvideo_pts=\"" + pts + "\"\nwidth=64\nheight=8\nvideo_rate=30000/1001\naudio_samples=0\nchannels=0\n"
+    const std::string lines = std::string("name=gap_") + c.name +
+                              "\nvideo_frames=" + std::to_string(order.size()) + "\nvideo_pts=\"" + pts +
+                              "\"\nwidth=64\nheight=8\nvideo_rate=30000/1001\naudio_samples=0\nchannels=0\n"
                               "sample_rate=0\naudio_format=none\n";
     WriteExpectation(base, lines, expectedVideo, {});
 }
@@ -771,7 +744,9 @@ INSTANTIATE_TEST_SUITE_P(Gaps, MuxGapTest,
                                            GapCase{"just_under_three", 3 * kFrame - 1, 2},
                                            GapCase{"ten_units", 10, 0}, GapCase{"eleven_units", 11, 0},
                                            GapCase{"none", 0, 0}),
-                         [](const ::testing::TestParamInfo<GapCase>& p) { return std::string(p.param.name); });
+                         [](const ::testing::TestParamInfo<GapCase>& p) {
+                             return std::string(p.param.name);
+                         });
 
 // ---------------------------------------------------------------------------------------------------------
 // The input pin's own stream control, on six frames stamped k x kFrame.
@@ -799,7 +774,8 @@ TEST_P(MuxControlTest, GatesSamplesAndSendsEachEventOnce) {
     ASSERT_EQ(S_OK, pinControl->GetInfo(&info));
     pinControl->Release();
     EXPECT_EQ(0, memcmp(&c.info, &info, sizeof(info))) << "flags " << info.dwFlags;
-    const std::wstring path = OutDir() + L"\\control_" + std::wstring(c.name, c.name + strlen(c.name)) + L".avi";
+    const std::wstring path =
+        OutDir() + L"\\control_" + std::wstring(c.name, c.name + strlen(c.name)) + L".avi";
     SetFile(path);
     ASSERT_TRUE(SUCCEEDED(control->Run()));
     const std::vector<Event> seen = EventsUntil(EC_COMPLETE);
@@ -830,32 +806,40 @@ const REFERENCE_TIME kTwo = 2 * kFrame, kThree = 3 * kFrame, kZero = 0, kMax = k
 
 INSTANTIATE_TEST_SUITE_P(
     Control, MuxControlTest,
-    ::testing::Values(
-        ControlCase{"null_start_removes_the_start_gate",
-                    [](IAMStreamControl* s) {
-                        s->StartAt(&kThree, 4);
-                        s->StartAt(nullptr, 0);
-                    },
-                    {kThree, 0, 4, 0, 0}, {0, 1, 2, 3, 4, 5}, {}},
-        ControlCase{"start_time_drops_samples_ending_at_it",
-                    [](IAMStreamControl* s) { s->StartAt(&kTwo, 7); }, {kTwo, 0, 7, 0, 1}, {2, 3, 4, 5},
-                    {{EC_STREAM_CONTROL_STARTED, 0, 7}}},
-        ControlCase{"stop_sends_one_stopped_for_two_late_samples",
-                    [](IAMStreamControl* s) {
-                        s->StartAt(&kZero, 3);
-                        s->StopAt(&kThree, FALSE, 9);
-                    },
-                    {0, kThree, 3, 9, 1 | 2}, {0, 1, 2, 3},
-                    {{EC_STREAM_CONTROL_STARTED, 0, 3}, {EC_STREAM_CONTROL_STOPPED, 0, 9}}},
-        ControlCase{"stop_without_start_drops_silently",
-                    [](IAMStreamControl* s) { s->StopAt(&kTwo, TRUE, 4); }, {0, kTwo, 0, 4, 2 | 16}, {0, 1, 2},
-                    {}},
-        ControlCase{"stop_at_max_removes_the_stop_gate",
-                    [](IAMStreamControl* s) {
-                        s->StopAt(&kTwo, TRUE, 4);
-                        s->StopAt(&kMax, FALSE, 5);
-                    },
-                    {0, kTwo, 0, 4, 16}, {0, 1, 2, 3, 4, 5}, {}}),
+    ::testing::Values(ControlCase{"null_start_removes_the_start_gate",
+                                  [](IAMStreamControl* s) {
+                                      s->StartAt(&kThree, 4);
+                                      s->StartAt(nullptr, 0);
+                                  },
+                                  {kThree, 0, 4, 0, 0},
+                                  {0, 1, 2, 3, 4, 5},
+                                  {}},
+                      ControlCase{"start_time_drops_samples_ending_at_it",
+                                  [](IAMStreamControl* s) { s->StartAt(&kTwo, 7); },
+                                  {kTwo, 0, 7, 0, 1},
+                                  {2, 3, 4, 5},
+                                  {{EC_STREAM_CONTROL_STARTED, 0, 7}}},
+                      ControlCase{"stop_sends_one_stopped_for_two_late_samples",
+                                  [](IAMStreamControl* s) {
+                                      s->StartAt(&kZero, 3);
+                                      s->StopAt(&kThree, FALSE, 9);
+                                  },
+                                  {0, kThree, 3, 9, 1 | 2},
+                                  {0, 1, 2, 3},
+                                  {{EC_STREAM_CONTROL_STARTED, 0, 3}, {EC_STREAM_CONTROL_STOPPED, 0, 9}}},
+                      ControlCase{"stop_without_start_drops_silently",
+                                  [](IAMStreamControl* s) { s->StopAt(&kTwo, TRUE, 4); },
+                                  {0, kTwo, 0, 4, 2 | 16},
+                                  {0, 1, 2},
+                                  {}},
+                      ControlCase{"stop_at_max_removes_the_stop_gate",
+                                  [](IAMStreamControl* s) {
+                                      s->StopAt(&kTwo, TRUE, 4);
+                                      s->StopAt(&kMax, FALSE, 5);
+                                  },
+                                  {0, kTwo, 0, 4, 16},
+                                  {0, 1, 2, 3, 4, 5},
+                                  {}}),
     [](const ::testing::TestParamInfo<ControlCase>& p) { return std::string(p.param.name); });
 
 // ---------------------------------------------------------------------------------------------------------
@@ -887,7 +871,7 @@ TEST_F(MuxTest, NoConnectedInputOpensAFileWithNoStreamsAndEachRunOpensAgain) {
 struct OpenFailureCase {
     const char* name;
     std::function<std::wstring()> makePath; // prepares the file system, answers the File Writer's name
-    HRESULT expected; // 0: any failure
+    HRESULT expected;                       // 0: any failure
 };
 
 class MuxOpenFailureTest : public MuxTest, public ::testing::WithParamInterface<OpenFailureCase> {};

@@ -2,8 +2,6 @@
 // recording renderer of our own and the platform's Null Renderer: stamps, media times, bytes, the 5.1
 // reorder, buffer negotiation, stream control, and the producer's buffers coming back.
 #include <algorithm>
-#include <functional>
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,6 +10,7 @@
 #include "dshow/video_source.h"
 #include "tests/dshow/base/graph_test_filters.h"
 #include "tests/dshow/graph_fixture.h"
+#include "tests/dshow/push_helpers.h"
 
 // In the platform's import library, declared in no header.
 extern "C" const CLSID CLSID_NullRenderer;
@@ -24,17 +23,7 @@ constexpr REFERENCE_TIME kFrame = 333667; // 29.97 frames per second
 constexpr DWORD kFrameBytes = 64 * 2 * 8; // 64 x 8 UYVY
 
 CMediaType UyvyType(REFERENCE_TIME perFrame) {
-    CMediaType type(&MEDIATYPE_Video);
-    GUID subtype = MEDIASUBTYPE_PCM;
-    subtype.Data1 = MAKEFOURCC('U', 'Y', 'V', 'Y');
-    type.SetSubtype(&subtype);
-    type.SetFormatType(&FORMAT_VideoInfo);
-    VIDEOINFOHEADER format{};
-    format.AvgTimePerFrame = perFrame;
-    format.bmiHeader = {
-        sizeof(BITMAPINFOHEADER), 64, 8, 1, 16, MAKEFOURCC('U', 'Y', 'V', 'Y'), kFrameBytes, 0, 0, 0, 0};
-    type.SetFormat(reinterpret_cast<BYTE*>(&format), sizeof(format));
-    return type;
+    return qvn_test::UyvyType(64, 8, perFrame);
 }
 
 IPin* FirstPin(IBaseFilter* filter) {
@@ -47,11 +36,8 @@ IPin* FirstPin(IBaseFilter* filter) {
     return pin;
 }
 
-template <class Interface> Interface* Query(IUnknown* object, REFIID iid) {
-    Interface* result = nullptr;
-    object->QueryInterface(iid, reinterpret_cast<void**>(&result));
-    return result;
-}
+using qvn_test::Produce;
+using qvn_test::Query;
 
 class PushSourceTest : public qvn_test::GraphTest {
 protected:
@@ -95,35 +81,6 @@ protected:
         ASSERT_NE(in, nullptr);
         EXPECT_EQ(S_OK, graph->ConnectDirect(out, in, nullptr));
         in->Release();
-    }
-
-    // Pushes count buffers through pin the way the export does: each from the pin's own pool, reclaiming
-    // consumed ones when none is free. fill(k, buffer) writes buffer k and answers its length.
-    // Answers the buffers the producer holds at the end.
-    static std::vector<void*> Produce(CPushSourcePin* pin, int count,
-                                      const std::function<DWORD(int, BYTE*)>& fill, unsigned seed = 0) {
-        std::vector<void*> free;
-        EXPECT_EQ(S_OK, pin->GetFreeBuffers(free));
-        std::mt19937 rng(seed);
-        for (int k = 0; k < count; ++k) {
-            while (free.empty()) {
-                EXPECT_EQ(S_OK, pin->ReclaimBuffers(free));
-                Sleep(free.empty() ? 1 : 0);
-            }
-            BYTE* buffer = static_cast<BYTE*>(free.back());
-            free.pop_back();
-            const HRESULT hr = pin->DeliverBuffer(buffer, fill(k, buffer));
-            EXPECT_EQ(S_OK, hr);
-            if (hr != S_OK) {
-                break;
-            }
-            if (seed != 0 && rng() % 16 == 0) {
-                Sleep(rng() % 3);
-            }
-        }
-        // End of stream with samples still queued: every one is delivered first.
-        EXPECT_EQ(S_OK, pin->SignalEndOfStream());
-        return free;
     }
 
     // After the stop every buffer of the pool is back with the producer, each once.

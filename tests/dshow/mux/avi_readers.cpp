@@ -152,7 +152,8 @@ RiffFile WalkRiff(const std::wstring& path) {
         entry.size = U32(d, at + 12);
         // The chunk an entry points at must carry the entry's id and size.
         const size_t chunk = origin + entry.offset;
-        if (chunk + 8 + entry.size > d.size() || U32(d, chunk) != entry.chunkId || U32(d, chunk + 4) != entry.size) {
+        if (chunk + 8 + entry.size > d.size() || U32(d, chunk) != entry.chunkId ||
+            U32(d, chunk + 4) != entry.size) {
             out.problem = "an idx1 entry does not point at its chunk";
             return out;
         }

@@ -6,7 +6,7 @@
 namespace {
 constexpr DWORD kStartDefined = AM_STREAM_INFO_START_DEFINED; // flag 1
 constexpr DWORD kStopDefined = AM_STREAM_INFO_STOP_DEFINED;   // flag 2
-constexpr DWORD kSendExtra = AM_STREAM_INFO_STOP_SEND_EXTRA;   // flag 16
+constexpr DWORD kSendExtra = AM_STREAM_INFO_STOP_SEND_EXTRA;  // flag 16
 static_assert(kStartDefined == 1 && kStopDefined == 2 && kSendExtra == 16);
 static_assert(sizeof(AM_STREAM_INFO) == 32);
 constexpr REFERENCE_TIME kNoTime = 0x7FFFFFFFFFFFFFFF;

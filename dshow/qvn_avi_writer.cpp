@@ -178,7 +178,8 @@ HRESULT CQVNAVIWriter::OpenFile() {
                 descriptions.push_back(std::make_unique<VideoStreamInfo>(format));
                 record->video = true;
                 record->avgTimePerFrame = format.AvgTimePerFrame;
-            } else if (IsEqualGUID(type.majortype, MEDIATYPE_Audio) && type.cbFormat >= sizeof(WAVEFORMATEX)) {
+            } else if (IsEqualGUID(type.majortype, MEDIATYPE_Audio) &&
+                       type.cbFormat >= sizeof(WAVEFORMATEX)) {
                 descriptions.push_back(
                     std::make_unique<AudioStreamInfo>(reinterpret_cast<const WAVEFORMATEX*>(type.pbFormat)));
             } else {
@@ -262,7 +263,8 @@ HRESULT CQVNAVIWriter::Deliver(LONG stream, IMediaSample* sample) {
         return error;
     }
     CAutoLock lock(lock_);
-    if (file_ == nullptr || task_ == nullptr || stream < 0 || static_cast<size_t>(stream) >= streams_.size()) {
+    if (file_ == nullptr || task_ == nullptr || stream < 0 ||
+        static_cast<size_t>(stream) >= streams_.size()) {
         return VFW_E_WRONG_STATE;
     }
     StreamRecord& record = *streams_[static_cast<size_t>(stream)];

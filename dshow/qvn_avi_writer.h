@@ -22,22 +22,22 @@ extern "C" const IID IID_IQVNAVIWriter;
 
 // The state of the file as a whole.
 struct QVNAVIWriterState {
-    BOOL fileOpen;        // between the output pin's activation and its deactivation
-    ULONG streams;        // streams of the open file, or of the last one opened
-    ULONG openStreams;    // streams whose end of stream has not arrived yet
-    HRESULT error;        // the writer thread's first failure, S_OK while every write has succeeded
-    ULONG queued;         // items waiting for the writer thread
-    ULONG dropped;        // samples and repeats lost because the queue was full (since the last open)
+    BOOL fileOpen;     // between the output pin's activation and its deactivation
+    ULONG streams;     // streams of the open file, or of the last one opened
+    ULONG openStreams; // streams whose end of stream has not arrived yet
+    HRESULT error;     // the writer thread's first failure, S_OK while every write has succeeded
+    ULONG queued;      // items waiting for the writer thread
+    ULONG dropped;     // samples and repeats lost because the queue was full (since the last open)
 };
 
 // One stream of the open file, or of the last one opened; the counters start at 0 with every open.
 struct QVNAVIStreamState {
-    DWORD fccType;             // 'vids' or 'auds' as it appears in the file
-    LONG pin;                  // index of the input pin that feeds it
-    ULONG chunksWritten;       // payload chunks the writer thread wrote
-    ULONG repeatsWritten;      // repeated frames (index entries pointing at the previous frame)
-    ULONGLONG bytesWritten;    // payload bytes written
-    REFERENCE_TIME lastStop;   // stop time of the last sample queued (0 before the first)
+    DWORD fccType;           // 'vids' or 'auds' as it appears in the file
+    LONG pin;                // index of the input pin that feeds it
+    ULONG chunksWritten;     // payload chunks the writer thread wrote
+    ULONG repeatsWritten;    // repeated frames (index entries pointing at the previous frame)
+    ULONGLONG bytesWritten;  // payload bytes written
+    REFERENCE_TIME lastStop; // stop time of the last sample queued (0 before the first)
 };
 
 // What a caller (the encoder graph, a test) reads about the multiplexer's file.

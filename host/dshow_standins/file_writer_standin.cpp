@@ -243,7 +243,8 @@ bool PlatformFileWriterReportsName() {
     bool reports = false;
     IFileSinkFilter* sink = nullptr;
     if (SUCCEEDED(filter->QueryInterface(IID_IFileSinkFilter, reinterpret_cast<void**>(&sink)))) {
-        static const wchar_t kProbe[] = L"C:\\qvn-file-writer-probe.avi"; // never created: the graph does not run
+        static const wchar_t kProbe[] =
+            L"C:\\qvn-file-writer-probe.avi"; // never created: the graph does not run
         LPOLESTR got = nullptr;
         if (SUCCEEDED(sink->SetFileName(kProbe, nullptr)) && SUCCEEDED(sink->GetCurFile(&got, nullptr)) &&
             got != nullptr) {

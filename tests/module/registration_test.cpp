@@ -7,6 +7,10 @@
 #include <string>
 
 #include "dshow/base/dshow_headers.h"
+#include "dshow/video_source.h"
+#include "host/dshow_standins/file_writer_standin.h"
+#include "tests/dshow/mux/avi_readers.h"
+#include "tests/dshow/push_helpers.h"
 
 namespace {
 
@@ -138,6 +142,76 @@ private:
     HANDLE watchdog_ = nullptr;
 };
 
+// Five 64x8 UYVY frames through the multiplexer mux into a file, which the AVIFile API must read whole.
+void RunInGraph(IBaseFilter* mux) {
+    qvn_standins::FileWriterStandInRegistration standIn;
+    ASSERT_TRUE(SUCCEEDED(standIn.Register(false)));
+    IGraphBuilder* graph = nullptr;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
+                                     reinterpret_cast<void**>(&graph)));
+    IBaseFilter* writer = nullptr;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                     reinterpret_cast<void**>(&writer)));
+    HRESULT hr = S_OK;
+    auto* video = new CVideoSource(&hr);
+    video->AddRef();
+    const CMediaType type = qvn_test::UyvyType(64, 8, 400000);
+    ASSERT_EQ(S_OK, video->Pin()->SetStreamMediaType(&type));
+    ASSERT_EQ(S_OK, graph->AddFilter(video, L"Video Frame Source"));
+    ASSERT_EQ(S_OK, graph->AddFilter(mux, L"AVI Mux"));
+    ASSERT_EQ(S_OK, graph->AddFilter(writer, L"File writer"));
+    IPin* in = qvn_test::FirstPin(mux, PINDIR_INPUT);
+    IPin* out = nullptr;
+    ASSERT_EQ(S_OK, mux->FindPin(L"Output", &out));
+    IPin* sinkIn = qvn_test::FirstPin(writer, PINDIR_INPUT);
+    EXPECT_EQ(S_OK, graph->ConnectDirect(video->Pin(), in, nullptr));
+    EXPECT_EQ(S_OK, graph->ConnectDirect(out, sinkIn, nullptr));
+    for (IPin* pin : {in, out, sinkIn}) {
+        pin->Release();
+    }
+    wchar_t path[MAX_PATH];
+    GetFullPathNameW(L"registered-mux.avi", MAX_PATH, path, nullptr);
+    DeleteFileW(path);
+    IFileSinkFilter* sink = qvn_test::Query<IFileSinkFilter>(writer, IID_IFileSinkFilter);
+    ASSERT_EQ(S_OK, sink->SetFileName(path, nullptr));
+    sink->Release();
+    ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
+    IMediaFilter* clock = qvn_test::Query<IMediaFilter>(graph, IID_IMediaFilter);
+    clock->SetSyncSource(nullptr);
+    clock->Release();
+    IMediaControl* control = qvn_test::Query<IMediaControl>(graph, IID_IMediaControl);
+    IMediaEvent* events = qvn_test::Query<IMediaEvent>(graph, IID_IMediaEvent);
+    ASSERT_TRUE(SUCCEEDED(control->Run()));
+    qvn_test::Produce(video->Pin(), 5, [](int k, BYTE* buffer) {
+        memset(buffer, k + 1, 1024);
+        return DWORD{1024};
+    });
+    bool complete = false;
+    for (int tries = 0; tries < 200 && !complete; ++tries) {
+        long code = 0;
+        LONG_PTR p1 = 0, p2 = 0;
+        if (events->GetEvent(&code, &p1, &p2, 50) == S_OK) {
+            events->FreeEventParams(code, p1, p2);
+            complete = code == EC_COMPLETE;
+        }
+    }
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(S_OK, control->Stop());
+    control->Release();
+    events->Release();
+    graph->Release();
+    writer->Release();
+    video->Release();
+    const qvn_test::AviFileRead read = qvn_test::ReadWithAviFile(path);
+    ASSERT_EQ(S_OK, read.openResult);
+    ASSERT_EQ(1u, read.stream.size());
+    ASSERT_EQ(5u, read.stream[0].frames.size());
+    for (size_t k = 0; k < 5; ++k) {
+        EXPECT_EQ(std::vector<BYTE>(1024, static_cast<BYTE>(k + 1)), read.stream[0].frames[k])
+            << "frame " << k;
+    }
+}
+
 TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregisteringRemovesThem) {
     ASSERT_EQ(0u, Regsvr32(L"/s"));
     struct Value {
@@ -175,17 +249,9 @@ TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregistering
     CLSID reported{};
     EXPECT_EQ(S_OK, mux->GetClassID(&reported));
     EXPECT_TRUE(IsEqualCLSID(kMux, reported));
-    // In a graph, with its pins.
-    IGraphBuilder* graph = nullptr;
-    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                                     reinterpret_cast<void**>(&graph)));
-    EXPECT_EQ(S_OK, graph->AddFilter(mux, L"AVI Mux"));
-    IPin* pin = nullptr;
-    EXPECT_EQ(S_OK, mux->FindPin(L"Output", &pin));
-    if (pin != nullptr) {
-        pin->Release();
-    }
-    graph->Release();
+    // Created by class identifier, it runs in a graph: a video source into it, the File Writer after it,
+    // and the file it writes read back by the platform's AVIFile API.
+    RunInGraph(mux);
     mux->Release();
 
     // Graph tools list it by its display name and create it from the list.

@@ -1,5 +1,7 @@
 #include "host/dshow_standins/smart_tee_standin.h"
 
+#include <algorithm>
+
 #include <cstring>
 #include <deque>
 #include <new>
@@ -202,12 +204,12 @@ public:
         }
     }
 
-    // Drops what is queued; the peer's flush ends a delivery in progress.
+    // Drops the queued frames; the peer's flush ends a delivery in progress.
     void BeginFlushing() {
         {
             CAutoLock lock(queueLock_);
             flushing_ = true;
-            ClearQueue();
+            ClearQueue(true);
         }
         Flushing(TRUE);
         if (IsConnected()) {
@@ -266,13 +268,19 @@ private:
         return false;
     }
 
-    void ClearQueue() {
+    // Releases the queued frames and forgets a pending end of stream. On a flush (keepSegments) a queued
+    // new segment still reaches the peer: it describes the samples that follow the flush.
+    void ClearQueue(bool keepSegments) {
         for (const Item& item : queue_) {
             if (item.sample != nullptr) {
                 item.sample->Release();
             }
         }
-        queue_.clear();
+        queue_.erase(std::remove_if(queue_.begin(), queue_.end(),
+                                    [keepSegments](const Item& item) {
+                                        return !keepSegments || item.kind != Item::kNewSegment;
+                                    }),
+                     queue_.end());
     }
 
     void WaitIdle() {
@@ -302,7 +310,7 @@ private:
         }
         CAutoLock lock(queueLock_);
         thread_ = nullptr;
-        ClearQueue();
+        ClearQueue(false);
     }
 
     static DWORD WINAPI Worker(LPVOID self) {

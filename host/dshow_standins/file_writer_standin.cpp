@@ -257,37 +257,7 @@ bool PlatformFileWriterReportsName() {
     return reports;
 }
 
-HRESULT FileWriterStandInRegistration::Register(bool force) {
-    if (registered_) {
-        return S_OK;
-    }
-    if (!force && PlatformFileWriterReportsName()) {
-        return S_FALSE;
-    }
-    auto* factory = new (std::nothrow) CClassFactory(&kTemplate);
-    if (factory == nullptr) {
-        return E_OUTOFMEMORY;
-    }
-    factory->AddRef();
-    const HRESULT hr =
-        CoRegisterClassObject(kClsidFileWriter, factory, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &cookie_);
-    factory->Release(); // COM holds it while registered
-    if (FAILED(hr)) {
-        return hr;
-    }
-    registered_ = true;
-    return S_OK;
-}
-
-HRESULT FileWriterStandInRegistration::Revoke() {
-    if (!registered_) {
-        return S_OK;
-    }
-    const HRESULT hr = CoRevokeClassObject(cookie_);
-    if (SUCCEEDED(hr)) {
-        registered_ = false;
-    }
-    return hr;
-}
+FileWriterStandInRegistration::FileWriterStandInRegistration()
+    : StandInRegistration(&kTemplate, PlatformFileWriterReportsName) {}
 
 } // namespace qvn_standins

@@ -12,6 +12,8 @@
 // stand-in never opens the file, so it never stands in the multiplexer's way.
 #pragma once
 
+#include "host/dshow_standins/standin_registration.h"
+
 #include "dshow/base/dshow_headers.h"
 
 namespace qvn_standins {
@@ -26,26 +28,10 @@ IBaseFilter* CreateFileWriterStandIn();
 // followed by GetCurFile answers the same name.
 bool PlatformFileWriterReportsName();
 
-// The stand-in's class object registered under CLSID_FileWriter (REGCLS_MULTIPLEUSE, in-process, in the
-// apartment of the thread that calls Register), revoked by Revoke or at destruction. Not thread-safe.
-class FileWriterStandInRegistration {
+// The stand-in's registration (see StandInRegistration).
+class FileWriterStandInRegistration : public StandInRegistration {
 public:
-    FileWriterStandInRegistration() = default;
-    ~FileWriterStandInRegistration() { Revoke(); }
-    FileWriterStandInRegistration(const FileWriterStandInRegistration&) = delete;
-    FileWriterStandInRegistration& operator=(const FileWriterStandInRegistration&) = delete;
-
-    // Registers when the platform's File Writer cannot report its file name, or when force is true: S_OK
-    // once registered (also when it already was), S_FALSE when the platform's filter is fit and nothing was
-    // registered, CoRegisterClassObject's failure otherwise.
-    HRESULT Register(bool force);
-    // S_OK, also when nothing was registered; otherwise CoRevokeClassObject's failure.
-    HRESULT Revoke();
-    bool Registered() const { return registered_; }
-
-private:
-    bool registered_ = false;
-    DWORD cookie_ = 0; // COM's cookies may be 0: registered_ says whether it is valid
+    FileWriterStandInRegistration();
 };
 
 } // namespace qvn_standins

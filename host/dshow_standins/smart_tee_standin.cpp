@@ -577,37 +577,7 @@ bool PlatformSmartTeeControlsStreams() {
     return controls;
 }
 
-HRESULT SmartTeeStandInRegistration::Register(bool force) {
-    if (registered_) {
-        return S_OK;
-    }
-    if (!force && PlatformSmartTeeControlsStreams()) {
-        return S_FALSE;
-    }
-    auto* factory = new (std::nothrow) CClassFactory(&kTemplate);
-    if (factory == nullptr) {
-        return E_OUTOFMEMORY;
-    }
-    factory->AddRef();
-    const HRESULT hr =
-        CoRegisterClassObject(kClsidSmartTee, factory, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &cookie_);
-    factory->Release(); // COM holds it while registered
-    if (FAILED(hr)) {
-        return hr;
-    }
-    registered_ = true;
-    return S_OK;
-}
-
-HRESULT SmartTeeStandInRegistration::Revoke() {
-    if (!registered_) {
-        return S_OK;
-    }
-    const HRESULT hr = CoRevokeClassObject(cookie_);
-    if (SUCCEEDED(hr)) {
-        registered_ = false;
-    }
-    return hr;
-}
+SmartTeeStandInRegistration::SmartTeeStandInRegistration()
+    : StandInRegistration(&kTemplate, PlatformSmartTeeControlsStreams) {}
 
 } // namespace qvn_standins

@@ -12,6 +12,8 @@
 // (gated by the input's time stamps); end of stream, flushes and new segments go to both.
 #pragma once
 
+#include "host/dshow_standins/standin_registration.h"
+
 #include "dshow/base/dshow_headers.h"
 
 namespace qvn_standins {
@@ -26,26 +28,10 @@ IBaseFilter* CreateSmartTeeStandIn();
 // which the encoder graph needs to end the capture stream.
 bool PlatformSmartTeeControlsStreams();
 
-// The stand-in's class object registered under CLSID_SmartTee (REGCLS_MULTIPLEUSE, in-process, in the
-// apartment of the thread that calls Register), revoked by Revoke or at destruction. Not thread-safe.
-class SmartTeeStandInRegistration {
+// The stand-in's registration (see StandInRegistration).
+class SmartTeeStandInRegistration : public StandInRegistration {
 public:
-    SmartTeeStandInRegistration() = default;
-    ~SmartTeeStandInRegistration() { Revoke(); }
-    SmartTeeStandInRegistration(const SmartTeeStandInRegistration&) = delete;
-    SmartTeeStandInRegistration& operator=(const SmartTeeStandInRegistration&) = delete;
-
-    // Registers when the platform's Smart Tee has no stream control, or when force is true: S_OK once
-    // registered (also when it already was), S_FALSE when the platform's filter is fit and nothing was
-    // registered, CoRegisterClassObject's failure otherwise.
-    HRESULT Register(bool force);
-    // S_OK, also when nothing was registered; otherwise CoRevokeClassObject's failure.
-    HRESULT Revoke();
-    bool Registered() const { return registered_; }
-
-private:
-    bool registered_ = false;
-    DWORD cookie_ = 0; // COM's cookies may be 0: registered_ says whether it is valid
+    SmartTeeStandInRegistration();
 };
 
 } // namespace qvn_standins

@@ -3,11 +3,9 @@
 #include <cstring>
 #include <new>
 
-#include "encoders/fourcc.h"
+#include "encoders/pixel_aspect_record.h"
 #include "platform/debug_output.h"
-#include "platform/file.h"
 #include "platform/sleep.h"
-#include "platform/text_encoding.h"
 #include "platform/virtual_memory.h"
 
 namespace {
@@ -16,17 +14,6 @@ using Hold = QVN::CAutoLock<QVN::CW32CriticalSection>;
 namespace Status = QVN::EncoderStatus;
 
 constexpr std::uint32_t kQueueRetryMs = 5;
-
-void PutBigEndian(unsigned char* at, std::uint32_t value) {
-    at[0] = static_cast<unsigned char>(value >> 24);
-    at[1] = static_cast<unsigned char>(value >> 16);
-    at[2] = static_cast<unsigned char>(value >> 8);
-    at[3] = static_cast<unsigned char>(value);
-}
-
-void PutLittleEndian(unsigned char* at, std::uint32_t value) {
-    std::memcpy(at, &value, 4);
-}
 
 } // namespace
 
@@ -257,26 +244,7 @@ std::uint32_t CAviEncoder::Close() {
 }
 
 std::uint32_t CAviEncoder::WritePixelAspect(std::int32_t numerator, std::int32_t denominator) {
-    unsigned char record[40];
-    PutLittleEndian(record + 0, QVN::MakeFourCC("RIFF"));
-    PutLittleEndian(record + 4, 32);
-    PutLittleEndian(record + 8, QVN::MakeFourCC("AVIX"));
-    PutLittleEndian(record + 12, QVN::MakeFourCC("PrmA"));
-    PutLittleEndian(record + 16, 20);
-    PutLittleEndian(record + 20, QVN::MakeFourCC("PARf"));
-    // The host reads the payload of its own record big-endian.
-    PutBigEndian(record + 24, 20);
-    PutBigEndian(record + 28, 0x00010000u);
-    PutBigEndian(record + 32, static_cast<std::uint32_t>(numerator));
-    PutBigEndian(record + 36, static_cast<std::uint32_t>(denominator));
-
-    const std::string path = QVN::WideToUtf8(path_);
-    QVN::CFile file;
-    if (FAILED(file.Open(path.c_str(), QVN::FileCreation::kOpenAlways, QVN::FileBuffering::kCached)))
-        return Status::kFailed;
-    if (FAILED(file.SeekToEnd()) || FAILED(file.Write(record, sizeof(record))))
-        return Status::kFailed;
-    return FAILED(file.Close()) ? Status::kFailed : Status::kOk;
+    return QVN::AppendPixelAspectRecord(path_, numerator, denominator);
 }
 
 std::uint32_t CAviEncoder::AudioSamplesForFrames(std::uint32_t frames) {
@@ -286,12 +254,7 @@ std::uint32_t CAviEncoder::AudioSamplesForFrames(std::uint32_t frames) {
 
 std::uint32_t CAviEncoder::AudioSamplesForNextFrame(std::uint32_t frames) {
     Hold hold(lock_);
-    // In hundredths of a sample, carrying the rounding error to the next frame so that the counts add up.
-    const std::int64_t exact = static_cast<std::int64_t>(samplesPerSecond_) * scale_ * frames * 100;
-    const std::int32_t q = static_cast<std::int32_t>((exact + rate_ / 2) / rate_) + audioCarry_;
-    const std::int32_t result = (q + 50) / 100;
-    audioCarry_ = q - result * 100;
-    return static_cast<std::uint32_t>(result);
+    return audioSteps_.Next(samplesPerSecond_, rate_, scale_, frames);
 }
 
 std::uint32_t CAviEncoder::ReleaseSink() {

@@ -9,6 +9,7 @@
 
 #include "encoders/active_avi_file.h"
 #include "encoders/aligned_buffer_pool.h"
+#include "encoders/audio_steps.h"
 #include "encoders/encoder_base.h"
 #include "platform/critical_section.h"
 #include "platform/win_types.h"
@@ -80,7 +81,7 @@ protected:
     std::int32_t framesSubmitted_ = 0;
     std::uint32_t audioBlocks_ = 0;
     std::uint32_t samplesPerSecond_ = 0;
-    std::int32_t audioCarry_ = 0; // hundredths of a sample
+    QVN::CAudioSteps audioSteps_;
     IFrameSink* sink_ = nullptr;
     bool open_ = false;           // the writer thread runs
     WriteFrame* spare_ = nullptr; // the next queue item, allocated before a sequence number is taken

@@ -60,7 +60,7 @@ std::uint32_t CSimpleAviEncoder::Open(std::uint32_t hasVideo, std::uint32_t hasA
         return Status::kFailed;
     }
     QVN::CAutoLock<QVN::CW32CriticalSection> hold(lock_);
-    audioCarry_ = 0;
+    audioSteps_.Reset();
     open_ = true;
     return Status::kOk;
 }

@@ -263,6 +263,9 @@ bool CPushSourcePin::AllocatorEndReached() {
 
 HRESULT CPushSourcePin::GateSample(IMediaSample* sample) {
     if (CheckStreamState(sample) != STREAM_FLOWING) {
+        if (StoppedForGood()) {
+            return S_FALSE; // the stream ends here: downstream gets its end of stream
+        }
         discontinuityPending_ = 1;
         Sleep(20);
         skipSample_ = true;
@@ -273,6 +276,15 @@ HRESULT CPushSourcePin::GateSample(IMediaSample* sample) {
         discontinuityPending_ = 0;
     }
     return S_OK;
+}
+
+bool CPushSourcePin::StoppedForGood() {
+    AM_STREAM_INFO info{};
+    if (FAILED(GetInfo(&info))) {
+        return false;
+    }
+    const DWORD gates = AM_STREAM_INFO_START_DEFINED | AM_STREAM_INFO_STOP_DEFINED;
+    return (info.dwFlags & AM_STREAM_INFO_DISCARDING) != 0 && (info.dwFlags & gates) == 0 && !IsStopped();
 }
 
 HRESULT CPushSourcePin::Deliver(IMediaSample* sample) {

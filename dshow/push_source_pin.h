@@ -56,8 +56,11 @@ protected:
     bool AllocatorEndReached();
     // The stream-control check after stamping: a sample outside the gate is skipped after a pause of 20 ms
     // (the producer is far ahead, nothing is lost by waiting), and the first sample to flow again is marked
-    // as a discontinuity.
+    // as a discontinuity. Once a stop has taken effect and no start is pending, the stream is over: the
+    // answer is S_FALSE, which ends the stream downstream (so that renderers complete and the graph
+    // reports completion).
     HRESULT GateSample(IMediaSample* sample);
+    bool StoppedForGood();
 
     CCritSec pinLock_;
     ALLOCATOR_PROPERTIES suggested_{-1, -1, -1, -1};

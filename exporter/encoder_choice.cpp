@@ -8,6 +8,13 @@
 #include "exporter/video_format.h"
 #include "platform/debug_output.h"
 
+#if QVN_HAS_DSHOW_ENCODER
+#include <cstdlib>
+#include <cstring>
+
+#include "dshow/dshow_encoder.h"
+#endif
+
 namespace QVN {
 namespace {
 
@@ -23,6 +30,17 @@ bool IsGraphRgbSource(std::uint32_t codec) {
 bool IsUncompressed(std::uint32_t codec) {
     return codec == FourCC("UYVY") || codec == FourCC("HDYC") || codec == FourCC("v210") ||
            codec == FourCC("r210");
+}
+
+// Whether the graph writes the codes that belong to it. QVN_ENCODER=avi sends the uncompressed ones to the
+// AVI encoder instead, so that the two paths can be measured against each other on one machine.
+bool GraphAvailable() {
+#if QVN_HAS_DSHOW_ENCODER
+    const char* forced = std::getenv("QVN_ENCODER");
+    return forced == nullptr || std::strcmp(forced, "avi") != 0;
+#else
+    return false;
+#endif
 }
 
 std::string CodeText(std::uint32_t codec) {
@@ -67,10 +85,15 @@ EncoderChoice ChooseEncoder(std::uint32_t codec, std::int32_t width, std::int32_
         choice.output.biBitCount = static_cast<WORD>(info->writtenBitCount);
         choice.mode = 0;
         choice.encoder = std::make_unique<CSimpleAviEncoder>(info->writtenFourCC);
-    } else if (codec == FourCC("dv50") || codec == FourCC("dvh1") || IsUncompressed(codec)) {
+    } else if (codec == FourCC("dv50") || codec == FourCC("dvh1") ||
+               (IsUncompressed(codec) && !GraphAvailable())) {
         choice.encoder = std::make_unique<CSimpleAviEncoder>(codec);
     } else {
+#if QVN_HAS_DSHOW_ENCODER
+        choice.encoder = std::make_unique<CDShowEncoder>();
+#else
         choice.encoder = std::make_unique<CUnavailableEncoder>(codec);
+#endif
     }
     return choice;
 }

@@ -17,8 +17,9 @@ struct EncoderChoice {
 };
 
 // The DVCPRO codes are stored by the AVI encoder as "dvh1"/"dv50" frames the host has compressed; every
-// other code belongs to the DirectShow graph. Where the build has no DirectShow, the uncompressed codes go to
-// the AVI encoder as well and the graph-compressed ones get an encoder that refuses to initialise.
+// other code belongs to the DirectShow graph. Where the build has no DirectShow (or QVN_ENCODER=avi asks
+// for it), the uncompressed codes go to the AVI encoder instead; without DirectShow the graph-compressed
+// ones get an encoder that refuses to initialise.
 // Never returns a null encoder.
 EncoderChoice ChooseEncoder(std::uint32_t codec, std::int32_t width, std::int32_t height,
                             std::int32_t pixelAspectNumerator);

@@ -21,7 +21,7 @@ if(QVN_LIBAV_FOUND)
     target_compile_definitions(qvn_render_host PUBLIC QVNHOST_HAS_LIBAVCODEC=1)
 endif()
 
-add_library(qvn_export_command STATIC ${dir}/export_command.cpp ${dir}/export_options.cpp)
+add_library(qvn_export_command STATIC ${dir}/export_command.cpp ${dir}/export_options.cpp ${dir}/platform_filters.cpp)
 target_link_libraries(qvn_export_command PUBLIC qvn_render_host PRIVATE qvn_warnings)
 if(TARGET qvn_params_command)
     target_link_libraries(qvn_export_command PRIVATE qvn_params_command)

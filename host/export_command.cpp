@@ -16,6 +16,7 @@
 #include "host/module_loader.h"
 #include "host/param_store.h"
 #include "host/param_text.h"
+#include "host/platform_filters.h"
 #include "host/progress_suite.h"
 #include "host/render_suites.h"
 #include "host/sequence_audio.h"
@@ -467,6 +468,9 @@ int Run(int argc, char** argv) {
     ConfigureProgress(progress);
     QVN::ResetInterrupt();
 
+    const PlatformFilters platformFilters(o.forceStandIns);
+    for (const std::string& line : platformFilters.Problems())
+        std::fprintf(stderr, "qvnhost: %s\n", line.c_str());
     prsdk::exDoExportRec rec{};
     rec.exportAudio = audio ? 1 : 0;
     rec.exportVideo = o.exportVideo ? 1 : 0;

@@ -77,6 +77,10 @@ bool ParseExportOptions(int argc, char** argv, ExportOptions* o, std::string* er
             o->unaligned = true;
             continue;
         }
+        if (arg == "--stand-ins") {
+            o->forceStandIns = true;
+            continue;
+        }
         std::int64_t n = 0;
         if (take("--out")) {
             o->out = v;

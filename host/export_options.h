@@ -41,6 +41,7 @@ struct ExportOptions {
     std::int64_t suspendAt = -1;
     std::int64_t failRenderAt = -1;
     std::uint64_t seed = 1;
+    bool forceStandIns = false; // Windows: our stand-ins even where the platform's filters would do
 };
 
 // argv[0] is "export". False with a one-line *error for bad input.

@@ -585,10 +585,27 @@ HRESULT CDShowGraph::Open(DWORD hasVideo, DWORD hasAudio, DWORD frameLimit, cons
         hr = sampleGrabber_->SetSink(sink_, TRUE);
     }
     if (SUCCEEDED(hr)) {
+        completed_ = false;
         hr = control_->Run();
+        if (FAILED(hr)) {
+            StopEveryFilter();
+        }
     }
     audioSteps_.Reset();
     return hr;
+}
+
+void CDShowGraph::StopEveryFilter() {
+    IEnumFilters* filters = nullptr;
+    if (graph_ == nullptr || FAILED(graph_->EnumFilters(&filters))) {
+        return;
+    }
+    IBaseFilter* filter = nullptr;
+    while (filters->Next(1, &filter, nullptr) == S_OK) {
+        filter->Stop();
+        filter->Release();
+    }
+    filters->Release();
 }
 
 HRESULT CDShowGraph::PollEvents() {
@@ -603,6 +620,9 @@ HRESULT CDShowGraph::PollEvents() {
         failed_ = 1;
         return E_FAIL;
     }
+    // Every stream can end before Finish (a producer that wrote past the frame limit): Finish must not
+    // wait for a completion that was already taken here.
+    completed_ = completed_ || code == EC_COMPLETE;
     return S_OK;
 }
 
@@ -701,13 +721,14 @@ HRESULT CDShowGraph::Finish() {
             WriteAudio(scratch, 0);
         }
     }
-    for (int tries = 0; failed_ == 0 && tries < kCompletionTries; ++tries) {
+    for (int tries = 0; failed_ == 0 && !completed_ && tries < kCompletionTries; ++tries) {
         long code = 0;
         LONG_PTR param1 = 0;
         LONG_PTR param2 = 0;
         if (events_->GetEvent(&code, &param1, &param2, 5) == S_OK) {
             events_->FreeEventParams(code, param1, param2);
             if (code == EC_COMPLETE) {
+                completed_ = true;
                 break;
             }
             if (IsErrorEvent(code)) {

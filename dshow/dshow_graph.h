@@ -73,6 +73,9 @@ private:
     // may wait for every renderer's completion, and one without input never completes there.
     HRESULT RemoveIdleRenderers();
     HRESULT SetStreamControls(DWORD hasVideo, DWORD hasAudio, DWORD frameLimit);
+    // After a run that failed part-way (the multiplexer could not open its file), some graph managers
+    // leave the filters that did start running, and their own Stop stops nothing: each is stopped here.
+    void StopEveryFilter();
     // Looks at the next graph event without waiting; an error event makes the write fail.
     HRESULT PollEvents();
     HRESULT PatchHeader();
@@ -106,9 +109,10 @@ private:
     QVN::CAudioSteps audioSteps_;
 
     // Beyond the graph's own state: the filters of the compressor chain (the tail among them), so that a
-    // rewiring can take them all apart; the audio pool, which the producer's blocks are copied into; and
-    // whether this object initialised COM on the thread.
+    // rewiring can take them all apart; the audio pool, which the producer's blocks are copied into;
+    // whether this object initialised COM on the thread; and a completion seen by a write's event poll.
     std::vector<IBaseFilter*> chain_;
     std::vector<void*> audioFree_;
     bool comInitialised_ = false;
+    bool completed_ = false; // the graph reported completion since it last ran
 };

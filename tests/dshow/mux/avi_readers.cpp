@@ -51,6 +51,7 @@ void ReadStrl(const std::vector<std::uint8_t>& d, size_t begin, size_t end, Riff
             stream.scale = U32(d, at + 8 + 20);
             stream.rate = U32(d, at + 8 + 24);
             stream.length = U32(d, at + 8 + 32);
+            stream.quality = size >= 44 ? U32(d, at + 8 + 40) : 0;
         } else if (id == Fcc("strf")) {
             stream.format.assign(d.begin() + static_cast<std::ptrdiff_t>(at + 8),
                                  d.begin() + static_cast<std::ptrdiff_t>(at + 8 + size));

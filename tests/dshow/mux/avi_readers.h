@@ -16,7 +16,7 @@ IPin* FirstPin(IBaseFilter* filter, PIN_DIRECTION direction);
 
 struct RiffStream {
     std::uint32_t fccType = 0;
-    std::uint32_t rate = 0, scale = 0, length = 0;
+    std::uint32_t rate = 0, scale = 0, length = 0, quality = 0;
     std::vector<std::uint8_t> format; // the strf payload
 };
 

@@ -111,16 +111,16 @@ private:
         CQVNAVIWriter* owner_;
     };
 
-    // Algorithm 1: a pin connected; appends a spare pin when every input pin is connected.
+    // A pin connected: appends a spare pin when every input pin is connected.
     void PinConnected();
-    // Algorithms 2 and 6, called by the output pin's activation and deactivation.
+    // Open and close the file, called by the output pin's activation and deactivation.
     HRESULT OpenFile();
     HRESULT CloseFile();
-    // Algorithm 4 (on an upstream streaming thread).
+    // Queues one sample for the writer thread (on an upstream streaming thread).
     HRESULT Deliver(LONG stream, IMediaSample* sample);
-    // Algorithm 5: true when this was the last open stream (the caller ends the output's stream).
+    // One stream's end: true when this was the last open stream (the caller ends the output's stream).
     bool StreamEnded();
-    // Algorithm 7 (the writer thread).
+    // The writer thread: writes queued samples in arrival order until told to stop or a write fails.
     std::uint32_t WorkerLoop();
     // The File Writer's file name, or an empty string.
     std::wstring DownstreamFileName();

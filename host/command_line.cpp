@@ -29,6 +29,26 @@ bool TakeOption(int argc, char** argv, int& i, const char* name, std::string* va
     return true;
 }
 
+bool HelpRequested(int argc, char** argv, const std::vector<std::string>& valueOptions) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h")
+            return true;
+        for (const std::string& name : valueOptions) {
+            if (arg == name) {
+                ++i;
+                break;
+            }
+        }
+    }
+    return false;
+}
+
+int PrintHelp(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    return 0;
+}
+
 std::string FourCCHighFirst(unsigned int code) {
     std::string s;
     for (int shift = 24; shift >= 0; shift -= 8) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -19,7 +20,12 @@ constexpr const char* kUsage =
     "usage: qvnhost convert --codec v210|r210|uyvy --from bgra|Bgra|BGra --size WxH [--src-row-bytes N]\n"
     "                       [--dst-row-bytes N] [--path auto|scalar|vector] [--matrix 0|1|2]\n"
     "                       --in RAW --out RAW [--frames N]\n"
-    "Source frames are bottom-up host rows; the output holds the codec's rows top-down.\n";
+    "Source frames are bottom-up host rows; the output holds the codec's rows top-down "
+    "(docs/converters.md).\n"
+    "  -h, --help  this text\n";
+
+// Parse's answer when it printed the help: the command ends with status 0.
+constexpr int kHelpShown = -1;
 
 using EntryPoint = std::int32_t (*)(const void*, std::uint32_t, std::uint32_t, void*, std::uint32_t,
                                     std::int32_t, std::int32_t, std::uint32_t, std::uint32_t);
@@ -83,22 +89,29 @@ Bytes Allocate(std::uint64_t size) {
 
 int Parse(int argc, char** argv, Options& o) {
     std::string codec, from, size, srcRow, dstRow, path = "auto", matrix = "0", frames;
+    const struct {
+        const char* name;
+        std::string* value;
+    } options[] = {{"--codec", &codec},
+                   {"--from", &from},
+                   {"--size", &size},
+                   {"--src-row-bytes", &srcRow},
+                   {"--dst-row-bytes", &dstRow},
+                   {"--path", &path},
+                   {"--matrix", &matrix},
+                   {"--in", &o.in},
+                   {"--out", &o.out},
+                   {"--frames", &frames}};
+    std::vector<std::string> names;
+    for (const auto& option : options)
+        names.push_back(option.name);
+    if (qvnhost::HelpRequested(argc, argv, names)) {
+        std::fputs(kUsage, stdout);
+        return kHelpShown;
+    }
     for (int i = 1; i < argc; ++i) {
         bool missing = false;
         std::string* target = nullptr;
-        const struct {
-            const char* name;
-            std::string* value;
-        } options[] = {{"--codec", &codec},
-                       {"--from", &from},
-                       {"--size", &size},
-                       {"--src-row-bytes", &srcRow},
-                       {"--dst-row-bytes", &dstRow},
-                       {"--path", &path},
-                       {"--matrix", &matrix},
-                       {"--in", &o.in},
-                       {"--out", &o.out},
-                       {"--frames", &frames}};
         for (const auto& option : options) {
             if (qvnhost::TakeOption(argc, argv, i, option.name, option.value, &missing)) {
                 target = option.value;
@@ -107,7 +120,8 @@ int Parse(int argc, char** argv, Options& o) {
         }
         if (target == nullptr) {
             std::fputs(kUsage, stderr);
-            return qvnhost::UsageError(std::string("convert: unknown option '") + argv[i] + "'");
+            return qvnhost::UsageError(std::string("convert: unknown option '") + argv[i] +
+                                       "' (the options: qvnhost convert --help)");
         }
         if (missing) {
             return qvnhost::UsageError(std::string("convert: ") + argv[i] + " needs a value");
@@ -174,7 +188,7 @@ int Parse(int argc, char** argv, Options& o) {
 int QvnConvertCommand(int argc, char** argv) {
     Options o;
     if (const int status = Parse(argc, argv, o); status != 0) {
-        return status;
+        return status == kHelpShown ? 0 : status;
     }
     std::ifstream in(o.in, std::ios::binary | std::ios::ate);
     if (!in) {

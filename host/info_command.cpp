@@ -36,9 +36,19 @@ const char* ResultName(prsdk::int32 result) {
     }
 }
 
+constexpr const char* kHelp =
+    "usage: qvnhost info [--module PATH]\n"
+    "Starts the module, begins and ends an instance, prints the identity it reports, and checks that every\n"
+    "suite it acquired was released with the same version.\n"
+    "options:\n"
+    "  --module PATH           the module to load (the one beside qvnhost)\n"
+    "  -h, --help              this text\n";
+
 } // namespace
 
 int InfoCommand(int argc, char** argv) {
+    if (HelpRequested(argc, argv, {"--module"}))
+        return PrintHelp(kHelp);
     std::string modulePath;
     for (int i = 1; i < argc; ++i) {
         bool missing = false;
@@ -47,7 +57,8 @@ int InfoCommand(int argc, char** argv) {
                 return UsageError("option --module needs a path");
             continue;
         }
-        return UsageError(std::string("unknown option for info: ") + argv[i]);
+        return UsageError(std::string("unknown option for info: ") + argv[i] +
+                          " (the options: qvnhost info --help)");
     }
 
     Module module;

@@ -699,7 +699,24 @@ std::string JsonString(const std::string& text) {
 
 } // namespace
 
+namespace {
+
+constexpr const char* kHelp = "usage: qvnhost inspect FILE [--json]\n"
+                              "Prints an AVI file's RIFF tree and checks its indexes (docs/avi-writer.md); "
+                              "exit status 0 when they are\n"
+                              "consistent, 1 when not or when the file is no AVI file, 2 for bad usage.\n"
+                              "options:\n"
+                              "  --json                  the tree and the problems as one JSON object\n"
+                              "  -h, --help              this text\n";
+
+} // namespace
+
 int QvnInspectCommand(int argc, char** argv) {
+    // The inspector stands alone (it links nothing of the host), so it spots --help itself.
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0)
+            return std::fputs(kHelp, stdout), 0;
+    }
     bool json = false;
     std::string path;
     for (int i = 1; i < argc; ++i) {
@@ -707,8 +724,10 @@ int QvnInspectCommand(int argc, char** argv) {
         if (arg == "--json") {
             json = true;
         } else if (!arg.empty() && arg[0] == '-') {
-            std::fprintf(stderr, "inspect: unknown option '%s' (usage: inspect FILE [--json])\n",
-                         arg.c_str());
+            std::fprintf(
+                stderr,
+                "inspect: unknown option '%s' (usage: inspect FILE [--json]; qvnhost inspect --help)\n",
+                arg.c_str());
             return 2;
         } else if (!path.empty()) {
             std::fprintf(stderr, "inspect: more than one file given ('%s' and '%s')\n", path.c_str(),

@@ -36,17 +36,14 @@ void PrintUsage(std::FILE* out) {
                "                         show the export settings dialog after the given choices\n"
 #endif
 #ifdef QVNHOST_HAS_EXPORT
-               "  export --out FILE [...] export the test sequence through the module (see host/EXPORT.md)\n"
+               "  export --out FILE [...] export the test sequence through the module (docs/export.md)\n"
 #endif
-               "  help                   this text\n",
+               "  help [COMMAND]         this text, or a command's options\n"
+               "'qvnhost COMMAND --help' (or -h) prints that command's usage and options.\n",
                out);
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    if (argc < 2)
-        return PrintUsage(stderr), qvnhost::kExitUsage;
+int Dispatch(int argc, char** argv) {
     const std::string command = argv[1];
     if (command == "info")
         return qvnhost::InfoCommand(argc - 1, argv + 1);
@@ -66,7 +63,22 @@ int main(int argc, char** argv) {
     if (command == "export")
         return QvnExportCommand(argc - 1, argv + 1);
 #endif
-    if (command == "help" || command == "--help" || command == "-h")
-        return PrintUsage(stdout), 0;
-    return qvnhost::UsageError("unknown command: " + command + " (try 'qvnhost help')");
+    return qvnhost::UsageError("unknown command: " + command + " (the commands: qvnhost help)");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2)
+        return PrintUsage(stderr), qvnhost::kExitUsage;
+    const std::string command = argv[1];
+    if (command == "help" || command == "--help" || command == "-h") {
+        if (argc < 3)
+            return PrintUsage(stdout), 0;
+        // "help COMMAND" is "COMMAND --help".
+        char help[] = "--help";
+        char* forward[] = {argv[0], argv[2], help};
+        return Dispatch(3, forward);
+    }
+    return Dispatch(argc, argv);
 }

@@ -360,13 +360,26 @@ std::string ParseOptions(int argc, char** argv, Options* o) {
                 return "option --set needs ID=VALUE" + (missing ? "" : ": " + value);
             o->sets.emplace_back(value.substr(0, eq), value.substr(eq + 1));
         } else {
-            return std::string("unknown option for params: ") + argv[i];
+            return std::string("unknown option for params: ") + argv[i] +
+                   " (the options: qvnhost params --help)";
         }
     }
     return "";
 }
 
+constexpr const char* kHelp =
+    "usage: qvnhost params [--module PATH] [--codec C] [--set ID=VALUE ...]\n"
+    "Builds the export settings dialog through the module, applies the choices as the dialog would, and\n"
+    "prints the parameters, the summary and the output settings (docs/settings.md).\n"
+    "options:\n"
+    "  --module PATH           the module to load (the one beside qvnhost)\n"
+    "  --codec C               a codec by its four characters or its name in the list\n"
+    "  --set ID=VALUE          a parameter's value, by choice name or value; repeatable, applied in order\n"
+    "  -h, --help              this text\n";
+
 int Run(int argc, char** argv) {
+    if (HelpRequested(argc, argv, {"--module", "--codec", "--set"}))
+        return PrintHelp(kHelp);
     Options options;
     std::string error = ParseOptions(argc, argv, &options);
     if (!error.empty())

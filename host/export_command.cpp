@@ -19,11 +19,15 @@
 #include "host/platform_filters.h"
 #include "host/progress_suite.h"
 #include "host/render_suites.h"
+#include "host/request_hook.h"
 #include "host/sequence_audio.h"
 #include "host/suite_broker.h"
 #include "platform/console.h"
 #include "platform/sleep.h"
 #include "platform/text_encoding.h"
+#ifdef QVNHOST_HAS_GRAPH_REPORT
+#include "host/graph_report.h"
+#endif
 
 namespace qvnhost {
 namespace {
@@ -374,7 +378,28 @@ void PrintSummary(const ExportOptions& o, const Settings& s, std::int64_t frames
     std::printf("\n");
 }
 
+// With --graph: the module builds and opens its graph before it asks for anything, and asks on the thread
+// that built it, so the first request is where the running graph is printed.
+void ArmGraphReport(bool wanted) {
+#ifdef QVNHOST_HAS_GRAPH_REPORT
+    if (wanted) {
+        ArmFirstRequestHook([] {
+            const std::string report = OwnFilterGraphReport();
+            std::fputs(report.c_str(), stdout);
+            if (report == kNoGraphLine)
+                std::fputs("graph: this export does not go through a DirectShow graph\n", stdout);
+            std::fflush(stdout);
+        });
+        return;
+    }
+#endif
+    (void)wanted;
+    ArmFirstRequestHook(nullptr);
+}
+
 int Run(int argc, char** argv) {
+    if (ExportHelpRequested(argc, argv))
+        return PrintHelp(ExportHelpText());
     ExportOptions o;
     std::string error;
     if (!ParseExportOptions(argc, argv, &o, &error))
@@ -467,6 +492,7 @@ int Run(int argc, char** argv) {
     progress.display = QVN::StandardErrorIsTerminal() ? ProgressDisplay::Bar : ProgressDisplay::Lines;
     ConfigureProgress(progress);
     QVN::ResetInterrupt();
+    ArmGraphReport(o.graph);
 
     const PlatformFilters platformFilters(o.forceStandIns);
     for (const std::string& line : platformFilters.Problems())
@@ -482,6 +508,9 @@ int Run(int argc, char** argv) {
     const double seconds = static_cast<double>(QVN::MonotonicMs() - started) / 1000.0;
     FinishProgressDisplay();
     session.End();
+    if (o.graph && !RequestSeen())
+        std::printf("graph: not looked for: the module asked for no frame and no audio\n");
+    ArmFirstRequestHook(nullptr);
 
     const RenderHostReport renderReport = RenderHostState();
     const AudioHostReport audioReport = AudioHostState();

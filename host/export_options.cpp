@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <vector>
 
 #include "host/command_line.h"
 #include "host/sequence.h"
@@ -57,7 +59,68 @@ bool ParseFormat(const std::string& text, prsdk::PrPixelFormat* format) {
     return true;
 }
 
+const ExportOptionHelp* FindOption(const std::string& name) {
+    for (std::size_t i = 0; i < kExportOptionCount; ++i) {
+        if (name == kExportOptionHelp[i].name)
+            return &kExportOptionHelp[i];
+    }
+    return nullptr;
+}
+
 } // namespace
+
+const ExportOptionHelp kExportOptionHelp[] = {
+    {"--out", "FILE", "the file to write (required)"},
+    {"--module", "PATH", "the module to load (the one beside qvnhost)"},
+    {"--codec", "NAME|FOURCC", "a codec of the module's list, by its four characters or its name"},
+    {"--size", "WxH", "frame size (1920x1080, or the codec's fixed size)"},
+    {"--rate", "R", "23.976, 24, 25, 29.97, 30, 50, 59.94 or 60 (29.97, or the codec's first)"},
+    {"--field", "F", "progressive, upper or lower (progressive, or the codec's first)"},
+    {"--aspect", "NAME", "a pixel aspect of the module's list, or N/D (the module's default)"},
+    {"--seconds", "S", "length of the range in seconds (10; a raw file: all its frames)"},
+    {"--frames", "N", "length of the range in frames, instead of --seconds"},
+    {"--start-frame", "N", "first frame of the range (0)"},
+    {"--audio", "A", "none, mono, stereo or 5.1 (stereo)"},
+    {"--sample-type", "T", "8, 16, 24, 32 or float (16)"},
+    {"--sample-rate", "HZ", "audio rate handed to the module (48000)"},
+    {"--no-video", nullptr, "audio only"},
+    {"--source", "S", "bars, ramp, noise, raw:FILE or raw:- (bars)"},
+    {"--host-format", "F", "8u, 16u or 32f: every frame in this depth, whatever the module asked"},
+    {"--threads", "N", "host threads completing asynchronous renders (4)"},
+    {"--row-padding", "BYTES", "bytes after each row of a rendered frame, a multiple of 4 (0)"},
+    {"--unaligned", nullptr, "rendered frames start 4 bytes past a 64-byte boundary"},
+    {"--cancel-at", "N", "the progress report of frame N (and later) answers cancelled"},
+    {"--suspend-at", "N", "the progress report of frame N answers suspended, once"},
+    {"--fail-render-at", "N", "the render of frame N completes with an error"},
+    {"--seed", "N", "seed of the completion order and of the noise pattern (1)"},
+    {"--stand-ins", nullptr,
+     "our File Writer and Smart Tee even where the platform's own would do (Windows)"},
+    {"--graph", nullptr, "print the module's DirectShow filter graph while it runs (Windows build only)"},
+};
+const std::size_t kExportOptionCount = std::size(kExportOptionHelp);
+
+std::string ExportHelpText() {
+    std::string text = "usage: qvnhost export --out FILE [options]\n"
+                       "Runs one export through the module with a simulated sequence (docs/export.md).\n"
+                       "options:\n";
+    for (std::size_t i = 0; i < kExportOptionCount; ++i) {
+        const ExportOptionHelp& h = kExportOptionHelp[i];
+        std::string left = std::string("  ") + h.name + (h.value ? std::string(" ") + h.value : "");
+        left.resize(std::max<std::size_t>(left.size() + 2, 24), ' ');
+        text += left + h.meaning + "\n";
+    }
+    text += "  -h, --help            this text\n";
+    return text;
+}
+
+bool ExportHelpRequested(int argc, char** argv) {
+    std::vector<std::string> valueOptions;
+    for (std::size_t i = 0; i < kExportOptionCount; ++i) {
+        if (kExportOptionHelp[i].value)
+            valueOptions.push_back(kExportOptionHelp[i].name);
+    }
+    return HelpRequested(argc, argv, valueOptions);
+}
 
 bool ParseExportOptions(int argc, char** argv, ExportOptions* o, std::string* error) {
     bool haveFrames = false;
@@ -69,6 +132,21 @@ bool ParseExportOptions(int argc, char** argv, ExportOptions* o, std::string* er
         bool missing = false;
         const auto take = [&](const char* name) { return TakeOption(argc, argv, i, name, &v, &missing); };
         const auto bad = [&](const std::string& what) { return *error = what, false; };
+        // Only the options --help lists get further.
+        const ExportOptionHelp* known = FindOption(arg.substr(0, arg.find('=')));
+        if (!known)
+            return bad("unknown option for export: " + arg + " (the options: qvnhost export --help)");
+        if (!known->value && arg != known->name)
+            return bad("option " + std::string(known->name) + " takes no value");
+        if (arg == "--graph") {
+#ifdef _WIN32
+            o->graph = true;
+            continue;
+#else
+            return bad("--graph needs the Windows build: only qvnhost.exe with QVNExport.prm runs exports "
+                       "through a DirectShow graph");
+#endif
+        }
         if (arg == "--no-video") {
             o->exportVideo = false;
             continue;
@@ -183,7 +261,7 @@ bool ParseExportOptions(int argc, char** argv, ExportOptions* o, std::string* er
                 return bad("bad --seed: " + v + " (a whole number from 0 expected)");
             o->seed = static_cast<std::uint64_t>(n);
         } else {
-            return bad("unknown option for export: " + arg);
+            return bad("option " + arg + " is listed but not handled");
         }
         if (missing)
             return bad("option " + arg + " needs a value");

@@ -1,6 +1,7 @@
 // The options of `qvnhost export`, read from the command line and checked before anything is loaded.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -42,7 +43,24 @@ struct ExportOptions {
     std::int64_t failRenderAt = -1;
     std::uint64_t seed = 1;
     bool forceStandIns = false; // Windows: our stand-ins even where the platform's filters would do
+    bool graph = false;         // print the module's DirectShow graph (Windows build only)
 };
+
+// One option of `qvnhost export`: its name, its value's placeholder (nullptr for a flag) and its meaning.
+// The parser accepts exactly these; --help prints them; docs/export.md lists them.
+struct ExportOptionHelp {
+    const char* name;
+    const char* value;
+    const char* meaning;
+};
+extern const ExportOptionHelp kExportOptionHelp[];
+extern const std::size_t kExportOptionCount;
+
+// What `qvnhost export --help` prints.
+std::string ExportHelpText();
+
+// True when argv holds -h or --help where an option may stand (not as another option's value).
+bool ExportHelpRequested(int argc, char** argv);
 
 // argv[0] is "export". False with a one-line *error for bad input.
 bool ParseExportOptions(int argc, char** argv, ExportOptions* options, std::string* error);

@@ -9,6 +9,7 @@
 #include "host/ppix_suites.h"
 #include "host/progress_suite.h"
 #include "host/render_scheduler.h"
+#include "host/request_hook.h"
 #include "host/sequence_audio.h"
 #include "host/suite_broker.h"
 #include "platform/sleep.h"
@@ -171,6 +172,7 @@ prSuiteError ReleaseVideoRenderer(prsdk::csSDK_uint32, prsdk::csSDK_uint32 id) {
 prSuiteError RenderVideoFrame(prsdk::csSDK_uint32 id, prsdk::PrTime time,
                               prsdk::SequenceRender_ParamsRec* params, prsdk::int32,
                               prsdk::SequenceRender_GetFrameReturnRec* frameReturn) {
+    NoteRequest();
     const std::shared_ptr<VideoRenderer> renderer = FindRenderer(id);
     if (!renderer || !frameReturn || !ValidParams(params))
         return prsdk::suiteError_InvalidParms;
@@ -187,6 +189,7 @@ prSuiteError QueueAsyncVideoFrameRender(prsdk::csSDK_uint32 id, prsdk::PrTime ti
                                         prsdk::csSDK_uint32* requestId,
                                         prsdk::SequenceRender_ParamsRec* params, prsdk::int32,
                                         void* completionData) {
+    NoteRequest();
     const std::shared_ptr<VideoRenderer> renderer = FindRenderer(id);
     if (!renderer || !ValidParams(params))
         return prsdk::suiteError_InvalidParms;

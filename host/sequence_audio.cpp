@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "host/instance_suites.h"
+#include "host/request_hook.h"
 #include "host/sequence.h"
 
 namespace qvnhost {
@@ -79,6 +80,7 @@ prSuiteError ReleaseAudioRenderer(prsdk::csSDK_uint32, prsdk::csSDK_uint32 id) {
 }
 
 prSuiteError GetAudio(prsdk::csSDK_uint32 id, prsdk::csSDK_uint32 frames, float** buffers, char) {
+    NoteRequest();
     AudioHost& h = TheHost();
     AudioRenderer r;
     {

@@ -497,6 +497,14 @@ int Run(int argc, char** argv) {
     const PlatformFilters platformFilters(o.forceStandIns);
     for (const std::string& line : platformFilters.Problems())
         std::fprintf(stderr, "qvnhost: %s\n", line.c_str());
+    if (o.graph) {
+        // The stand-ins carry the platform filters' class identifiers, so the graph alone cannot tell them.
+        std::string names;
+        for (const std::string& name : platformFilters.Registered())
+            names += (names.empty() ? "" : ", ") + name;
+        std::printf("graph: qvnhost's stand-ins for this export: %s\n",
+                    names.empty() ? "none" : names.c_str());
+    }
     prsdk::exDoExportRec rec{};
     rec.exportAudio = audio ? 1 : 0;
     rec.exportVideo = o.exportVideo ? 1 : 0;

@@ -21,8 +21,8 @@ host=$build/bin/qvnhost.exe
 [[ -x $host ]] || { echo "no $host: build the Windows tree first (./qvn build windows)" >&2; exit 2; }
 
 work=$(mktemp -d "${QVN_BENCH_DIR:-/tmp}/qvn-graph-bench.XXXXXX")
-trap 'rm -rf "$work"; WINEPREFIX="$build/wineprefix" wineserver -k 2>/dev/null || true' EXIT
-WINEPREFIX="$build/wineprefix" wineserver -p 2>/dev/null || true # one warm server for every run
+trap 'rm -rf "$work"; "$root/cmake/wine-server.sh" stop "$build"' EXIT
+"$root/cmake/wine-server.sh" start "$build" # one warm server for every run
 
 median() { sort -g | awk '{v[NR]=$1} END {if (NR == 0) print "-"; else if (NR % 2) print v[(NR+1)/2]; else print (v[NR/2]+v[NR/2+1])/2}'; }
 

@@ -13,6 +13,7 @@
 #include "dshow/video_source.h"
 #include "encoders/fourcc.h"
 #include "encoders/pixel_aspect_record.h"
+#include "platform/debug_output.h"
 #include "platform/file.h"
 #include "platform/text_encoding.h"
 
@@ -135,10 +136,19 @@ CDShowGraph::~CDShowGraph() {
 HRESULT CDShowGraph::CreateFilter(const CLSID& clsid, const wchar_t* name, IBaseFilter** filter) {
     HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
                                   reinterpret_cast<void**>(filter));
-    if (SUCCEEDED(hr)) {
-        hr = graph_->AddFilter(*filter, name);
+    if (FAILED(hr)) {
+        // The usual cause is a filter the machine lacks (an encoder whose software is not installed), which
+        // the export's result alone cannot tell.
+        wchar_t clsidText[40] = {};
+        StringFromGUID2(clsid, clsidText, 40);
+        char line[200];
+        std::snprintf(line, sizeof line,
+                      "QVNExport: the graph cannot create its \"%ls\" filter %ls: 0x%08lX\n", name, clsidText,
+                      static_cast<unsigned long>(hr));
+        QVN::DebugOutput(line);
+        return hr;
     }
-    return hr;
+    return graph_->AddFilter(*filter, name);
 }
 
 HRESULT CDShowGraph::AddOwnFilter(IBaseFilter* filter, const wchar_t* name) {

@@ -5,6 +5,7 @@
 
 #include "host/command_line.h"
 #include "host/info_command.h"
+#include "host/module_debug_output.h"
 // The build defines these when the subsystems' commands are present.
 #ifdef QVNHOST_HAS_CONVERT
 #include "host/convert_command.h"
@@ -69,6 +70,7 @@ int Dispatch(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    qvnhost::ShowModuleDebugOutput();
     if (argc < 2)
         return PrintUsage(stderr), qvnhost::kExitUsage;
     const std::string command = argv[1];

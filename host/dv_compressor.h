@@ -1,5 +1,6 @@
-// DV compression of host frames for the Image Processing Suite, through libavcodec's DV encoder (native
-// build only: the Windows host has no libavcodec and answers that it cannot compress).
+// DV compression of host frames for the Image Processing Suite, through libavcodec's DV encoder (the
+// system's natively; on Windows the minimal static one the build makes, without which qvnhost.exe answers
+// that it cannot compress).
 #pragma once
 
 #include <cstdint>

@@ -7,17 +7,27 @@ add_library(qvn_render_host STATIC
     ${dir}/image_processing_suite.cpp ${dir}/request_hook.cpp)
 target_link_libraries(qvn_render_host PUBLIC qvnhost_core PRIVATE qvn_warnings)
 
-# DV compression through libavcodec where the system has it (the native build); the Windows host goes
-# without and says so.
+# DV compression through libavcodec: the system's natively, on Windows the minimal static one that
+# cmake/libavcodec-mingw.sh builds from Debian's source package. Without it the host says it cannot compress.
+set(QVN_LIBAVCODEC_MINGW ${PROJECT_SOURCE_DIR}/build/libavcodec-mingw/install
+    CACHE PATH "the MinGW-w64 libavcodec, libswscale and libavutil for qvnhost.exe")
 if(NOT QVN_WINDOWS)
     find_package(PkgConfig QUIET)
     if(PkgConfig_FOUND)
         pkg_check_modules(QVN_LIBAV QUIET IMPORTED_TARGET libavcodec libswscale libavutil)
     endif()
+    if(QVN_LIBAV_FOUND)
+        add_library(qvn_libav ALIAS PkgConfig::QVN_LIBAV)
+    endif()
+elseif(EXISTS ${QVN_LIBAVCODEC_MINGW}/lib/libavcodec.a)
+    add_library(qvn_libav INTERFACE)
+    target_include_directories(qvn_libav SYSTEM INTERFACE ${QVN_LIBAVCODEC_MINGW}/include)
+    target_link_libraries(qvn_libav INTERFACE ${QVN_LIBAVCODEC_MINGW}/lib/libavcodec.a
+                          ${QVN_LIBAVCODEC_MINGW}/lib/libswscale.a ${QVN_LIBAVCODEC_MINGW}/lib/libavutil.a bcrypt user32)
 endif()
-if(QVN_LIBAV_FOUND)
+if(TARGET qvn_libav)
     target_sources(qvn_render_host PRIVATE ${dir}/dv_compressor.cpp)
-    target_link_libraries(qvn_render_host PUBLIC PkgConfig::QVN_LIBAV)
+    target_link_libraries(qvn_render_host PUBLIC qvn_libav)
     target_compile_definitions(qvn_render_host PUBLIC QVNHOST_HAS_LIBAVCODEC=1)
 endif()
 

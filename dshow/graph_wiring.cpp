@@ -1,6 +1,9 @@
 #include "dshow/graph_wiring.h"
 
+#include <cstdio>
 #include <cwchar>
+
+#include "platform/debug_output.h"
 
 namespace QVN::Graph {
 namespace {
@@ -55,6 +58,29 @@ IPin* FindPin(IBaseFilter* filter, const wchar_t* name, PIN_DIRECTION direction)
     return found;
 }
 
+namespace {
+
+// A filter that refuses the other's format (an encoder given a frame size it does not take) ends the export
+// with a bare error; the debugger line says which two filters would not meet.
+void ReportRefusedConnection(IBaseFilter* from, IBaseFilter* to, HRESULT hr) {
+    FILTER_INFO fromInfo{};
+    FILTER_INFO toInfo{};
+    from->QueryFilterInfo(&fromInfo);
+    to->QueryFilterInfo(&toInfo);
+    char line[240];
+    std::snprintf(line, sizeof line, "QVNExport: the graph cannot connect \"%ls\" to \"%ls\": 0x%08lX\n",
+                  fromInfo.achName, toInfo.achName, static_cast<unsigned long>(hr));
+    QVN::DebugOutput(line);
+    if (fromInfo.pGraph != nullptr) {
+        fromInfo.pGraph->Release();
+    }
+    if (toInfo.pGraph != nullptr) {
+        toInfo.pGraph->Release();
+    }
+}
+
+} // namespace
+
 HRESULT ConnectFilters(IGraphBuilder* graph, IBaseFilter* from, const wchar_t* fromPin, IBaseFilter* to,
                        const wchar_t* toPin) {
     if (graph == nullptr || from == nullptr || to == nullptr) {
@@ -63,6 +89,9 @@ HRESULT ConnectFilters(IGraphBuilder* graph, IBaseFilter* from, const wchar_t* f
     IPin* out = FindPin(from, fromPin, PINDIR_OUTPUT);
     IPin* in = FindPin(to, toPin, PINDIR_INPUT);
     const HRESULT hr = out != nullptr && in != nullptr ? graph->Connect(out, in) : VFW_E_NOT_FOUND;
+    if (FAILED(hr)) {
+        ReportRefusedConnection(from, to, hr);
+    }
     if (out != nullptr) {
         out->Release();
     }

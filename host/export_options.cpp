@@ -94,7 +94,7 @@ const ExportOptionHelp kExportOptionHelp[] = {
     {"--fail-render-at", "N", "the render of frame N completes with an error"},
     {"--seed", "N", "seed of the completion order and of the noise pattern (1)"},
     {"--stand-ins", nullptr,
-     "our File Writer and Smart Tee even where the platform's own would do (Windows)"},
+     "every stand-in filter of ours, even where the platform's own would do (Windows)"},
     {"--graph", nullptr, "print the module's DirectShow filter graph while it runs (Windows build only)"},
 };
 const std::size_t kExportOptionCount = std::size(kExportOptionHelp);

@@ -5,6 +5,10 @@
 
 #include "host/dshow_standins/file_writer_standin.h"
 #include "host/dshow_standins/smart_tee_standin.h"
+#ifdef QVN_STANDIN_ENCODERS
+#include "host/dshow_standins/dv_encoder_standin.h"
+#include "host/dshow_standins/motion_jpeg_standin.h"
+#endif
 #endif
 
 namespace qvnhost {
@@ -13,6 +17,10 @@ namespace qvnhost {
 struct PlatformFilters::Registrations {
     qvn_standins::FileWriterStandInRegistration fileWriter;
     qvn_standins::SmartTeeStandInRegistration smartTee;
+#ifdef QVN_STANDIN_ENCODERS
+    qvn_standins::DvEncoderStandInRegistration dvEncoder;
+    qvn_standins::MotionJpegStandInRegistration motionJpeg;
+#endif
 };
 
 namespace {
@@ -38,6 +46,10 @@ PlatformFilters::PlatformFilters(bool force) {
     registrations_ = std::make_unique<Registrations>();
     Register(registrations_->fileWriter, "File Writer", force, &registered_, &problems_);
     Register(registrations_->smartTee, "Smart Tee", force, &registered_, &problems_);
+#ifdef QVN_STANDIN_ENCODERS
+    Register(registrations_->dvEncoder, "DV Video Encoder", force, &registered_, &problems_);
+    Register(registrations_->motionJpeg, "Motion JPEG compressor", force, &registered_, &problems_);
+#endif
 }
 
 PlatformFilters::~PlatformFilters() {

@@ -1,7 +1,8 @@
 // What an export through the module's DirectShow graph needs from the host's thread on Windows: COM (the
 // module builds its graph on the thread that calls it), and our stand-ins for the platform filters that
-// are missing or unfit (Wine's File Writer cannot name its file, its Smart Tee loses frames), registered
-// in this thread's apartment so that the module's CoCreateInstance finds them. Natively it does nothing.
+// are missing or unfit (Wine's File Writer cannot name its file, its Smart Tee loses frames, it has no DV or
+// Motion JPEG encoder), registered in this thread's apartment so that the module's CoCreateInstance finds
+// them. Natively it does nothing.
 #pragma once
 
 #include <memory>

@@ -37,4 +37,14 @@ HRESULT StandInRegistration::Revoke() {
     return hr;
 }
 
+bool PlatformCanCreate(REFCLSID clsid) {
+    IBaseFilter* filter = nullptr;
+    if (FAILED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                reinterpret_cast<void**>(&filter)))) {
+        return false;
+    }
+    filter->Release();
+    return true;
+}
+
 } // namespace qvn_standins

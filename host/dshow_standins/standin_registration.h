@@ -32,4 +32,7 @@ private:
     DWORD cookie_ = 0; // COM's cookies may be 0: registered_ says whether it is valid
 };
 
+// True when COM creates the class in-process (as IBaseFilter) without any stand-in of ours.
+bool PlatformCanCreate(REFCLSID clsid);
+
 } // namespace qvn_standins

@@ -188,6 +188,8 @@ AviFileRead ReadWithAviFile(const std::wstring& path) {
             read.rate = streamInfo.dwRate;
             read.scale = streamInfo.dwScale;
             read.length = streamInfo.dwLength;
+            read.quality = streamInfo.dwQuality;
+            read.sampleSize = streamInfo.dwSampleSize;
             read.streamLength = AVIStreamLength(stream);
             LONG formatSize = 0;
             AVIStreamReadFormat(stream, 0, nullptr, &formatSize);

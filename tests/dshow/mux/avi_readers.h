@@ -40,7 +40,7 @@ struct RiffFile {
 RiffFile WalkRiff(const std::wstring& path);
 
 struct AviFileStream {
-    DWORD fccType = 0, rate = 0, scale = 0, length = 0;
+    DWORD fccType = 0, rate = 0, scale = 0, length = 0, quality = 0, sampleSize = 0;
     LONG streamLength = -1; // AVIStreamLength
     std::vector<BYTE> format;
     std::vector<std::vector<BYTE>> frames; // video: each frame read with AVIStreamRead

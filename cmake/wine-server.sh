@@ -13,6 +13,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX="$build/wineprefix"
 case "$action" in
 start)
+    # A server left running by an earlier start (an interrupted run) would never end, and the wait below
+    # with it.
+    wineserver -k 2>/dev/null || true
     "$root/cmake/wine-run.sh" "$build/bin/qvnhost.exe" info >/dev/null 2>&1 || true # makes the prefix
     wineserver -w 2>/dev/null || true
     wineserver -p 2>/dev/null || true

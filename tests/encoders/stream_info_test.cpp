@@ -65,25 +65,28 @@ TEST(VideoStreamInfo, QualityAndSuggestedBufferAtTheirBoundaries) {
 }
 
 TEST(VideoStreamInfo, FrameDurationsMapToTheSupportedRatesOnly) {
-    struct Case {
-        std::int64_t duration;
+    // Each rate takes the durations strictly between its bounds: both bounds and both values just inside
+    // them are tried, so that every comparison of the table is pinned.
+    struct Row {
+        std::int64_t above, below;
         std::uint32_t rate, scale;
     };
-    const Case cases[] = {
-        {417082, 24000, 1001}, {417084, 24000, 1001}, {417081, 0, 0},
-        {417085, 0, 0},        {416666, 24, 1},       {416668, 24, 1},
-        {400000, 25, 1},       {399999, 25, 1},       {400002, 0, 0},
-        {333666, 30000, 1001}, {333667, 30000, 1001}, {333668, 30000, 1001},
-        {333670, 0, 0},        {333665, 0, 0},        {333333, 30, 1},
-        {200000, 50, 1},       {166833, 60000, 1001}, {166834, 60000, 1001},
-        {166667, 60, 1},       {166669, 0, 0},        {0, 0, 0},
-        {-333667, 0, 0},
+    const Row rows[] = {{417081, 417085, 24000, 1001}, {416665, 416669, 24, 1}, {399998, 400002, 25, 1},
+                        {333665, 333669, 30000, 1001}, {333331, 333335, 30, 1}, {199998, 200002, 50, 1},
+                        {166831, 166835, 60000, 1001}, {166665, 166669, 60, 1}};
+    const auto rateOf = [](std::int64_t duration) {
+        const VideoStreamInfo s(Video(720, 486, 0, 0, duration));
+        return std::make_pair(s.Header().dwRate, s.Header().dwScale);
     };
-    for (const Case& c : cases) {
-        const VideoStreamInfo s(Video(720, 486, 0, 0, c.duration));
-        EXPECT_EQ(s.Header().dwRate, c.rate) << c.duration;
-        EXPECT_EQ(s.Header().dwScale, c.scale) << c.duration;
+    using P = std::pair<std::uint32_t, std::uint32_t>;
+    for (const Row& r : rows) {
+        EXPECT_EQ(rateOf(r.above), P(0, 0)) << r.above;
+        EXPECT_EQ(rateOf(r.above + 1), P(r.rate, r.scale)) << r.above + 1;
+        EXPECT_EQ(rateOf(r.below - 1), P(r.rate, r.scale)) << r.below - 1;
+        EXPECT_EQ(rateOf(r.below), P(0, 0)) << r.below;
     }
+    EXPECT_EQ(rateOf(0), P(0, 0));
+    EXPECT_EQ(rateOf(-333667), P(0, 0));
 }
 
 TEST(AudioStreamInfo, PcmGivesEighteenBytesAndExtensibleForty) {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -107,14 +108,13 @@ protected:
         gHanded = nullptr;
     }
     prsdk::int32 Run(std::int32_t first, std::int32_t end, bool video, bool audio) {
-        record.~Record();
-        new (&record) scripted::Record();
+        record.emplace(); // a fresh record for each run (it holds atomics, so it is not assigned)
         handed.frames.clear();
         handed.audioWrites = 0;
-        return scripted::RunExport(script, first, end, video, audio, &record);
+        return scripted::RunExport(script, first, end, video, audio, &*record);
     }
     scripted::Script script;
-    scripted::Record record;
+    std::optional<scripted::Record> record;
     Handed handed;
 };
 
@@ -137,8 +137,8 @@ TEST_F(Driver, EachCodecAsksForItsPixelFormatsAndTheSettingsOfTheExport) {
         script.codec = Code(c.codec);
         // From an odd first frame, so that the 720p field phase shows whether it counts from the first frame.
         ASSERT_EQ(Run(3, 8, true, false), 0);
-        ASSERT_EQ(record.renders.size(), 5u);
-        for (const scripted::RenderRequest& r : record.renders) {
+        ASSERT_EQ(record->renders.size(), 5u);
+        for (const scripted::RenderRequest& r : record->renders) {
             EXPECT_EQ(r.formats, c.formats);
             EXPECT_EQ(r.params.inWidth, 48);
             EXPECT_EQ(r.params.inHeight, 6);
@@ -161,10 +161,10 @@ TEST_F(Driver, EachCodecAsksForItsPixelFormatsAndTheSettingsOfTheExport) {
             else if (dv)
                 scaled.push_back(n);
         }
-        std::sort(record.dvPhases.begin(), record.dvPhases.end());
-        std::sort(record.dvScaled.begin(), record.dvScaled.end());
-        EXPECT_EQ(record.dvPhases, phases);
-        EXPECT_EQ(record.dvScaled, scaled);
+        std::sort(record->dvPhases.begin(), record->dvPhases.end());
+        std::sort(record->dvScaled.begin(), record->dvScaled.end());
+        EXPECT_EQ(record->dvPhases, phases);
+        EXPECT_EQ(record->dvScaled, scaled);
     }
 }
 
@@ -268,14 +268,14 @@ TEST_F(Driver, EachChunkOfRequestsIsFollowedByItsAudioBeforeTheNextIsAskedFor) {
     script.ticksPerFrame = kTicksPerSecond / 30000 * 1001;
     script.maxBlip = 1000;
     ASSERT_EQ(Run(0, 65, true, true), 0);
-    EXPECT_EQ(Runs(record.calls),
+    EXPECT_EQ(Runs(record->calls),
               (Runs_{{'v', 30}, {'a', 48048}, {'v', 30}, {'a', 48048}, {'v', 5}, {'a', 8008}}));
     EXPECT_EQ(handed.audioWrites, 3u) << "one block per chunk";
     // 25 fps from frame 10: chunks of 25.
     script.ticksPerFrame = kTicksPerSecond / 25;
     ASSERT_EQ(Run(10, 40, true, true), 0);
-    EXPECT_EQ(Runs(record.calls), (Runs_{{'v', 25}, {'a', 48000}, {'v', 5}, {'a', 9600}}));
-    EXPECT_EQ(record.calls.front(), std::make_pair('v', std::int64_t{10}));
+    EXPECT_EQ(Runs(record->calls), (Runs_{{'v', 25}, {'a', 48000}, {'v', 5}, {'a', 9600}}));
+    EXPECT_EQ(record->calls.front(), std::make_pair('v', std::int64_t{10}));
 }
 
 TEST_F(Driver, TheExportHandlerFillsInSizesFromTheSourceAndKeepsAudioRatesWithinTheCardsRange) {
@@ -288,9 +288,9 @@ TEST_F(Driver, TheExportHandlerFillsInSizesFromTheSourceAndKeepsAudioRatesWithin
         script.width = s.width;
         script.height = s.height;
         ASSERT_EQ(Run(0, 1, true, false), 0) << s.width << "x" << s.height;
-        ASSERT_EQ(record.renders.size(), 1u);
-        EXPECT_EQ(record.renders[0].params.inWidth, s.renderedWidth);
-        EXPECT_EQ(record.renders[0].params.inHeight, s.renderedHeight);
+        ASSERT_EQ(record->renders.size(), 1u);
+        EXPECT_EQ(record->renders[0].params.inWidth, s.renderedWidth);
+        EXPECT_EQ(record->renders[0].params.inHeight, s.renderedHeight);
     }
     script.width = 64;
     script.height = 8;
@@ -302,7 +302,7 @@ TEST_F(Driver, TheExportHandlerFillsInSizesFromTheSourceAndKeepsAudioRatesWithin
           Rate{47999.75, 47999.75}, Rate{48000.0, 48000.0}, Rate{48000.5, 48000.0}, Rate{96000.0, 48000.0}}) {
         script.sampleRate = r.asked;
         ASSERT_EQ(Run(0, 1, false, true), 0) << r.asked;
-        EXPECT_EQ(record.audioRendererRate, static_cast<float>(r.used)) << r.asked;
+        EXPECT_EQ(record->audioRendererRate, static_cast<float>(r.used)) << r.asked;
         EXPECT_EQ(handed.audioRate, static_cast<std::uint32_t>(r.used + 0.5)) << r.asked;
     }
 }
@@ -312,12 +312,12 @@ TEST_F(Driver, AnAudioOnlyExportOpensTheEncoderForItsFramesAndWritesEveryChunksA
     EXPECT_EQ(handed.openedWith[0], 0u);
     EXPECT_EQ(handed.openedWith[1], 1u);
     EXPECT_EQ(handed.openedWith[2], 60u);
-    EXPECT_TRUE(record.renders.empty());
-    EXPECT_EQ(record.videoRenderersMade, 1);
-    EXPECT_EQ(record.videoRenderersReleased, 1);
+    EXPECT_TRUE(record->renders.empty());
+    EXPECT_EQ(record->videoRenderersMade, 1);
+    EXPECT_EQ(record->videoRenderersReleased, 1);
     EXPECT_EQ(handed.audioWrites, 3u);
     std::int64_t samples = 0;
-    for (std::uint32_t b : record.audioBlocks)
+    for (std::uint32_t b : record->audioBlocks)
         samples += b;
     EXPECT_EQ(samples, 60 * 1920);
 }

@@ -23,7 +23,6 @@ using prsdk::prSuiteError;
 constexpr prSuiteError kOk = prsdk::suiteError_NoError;
 
 struct Frame {
-    std::int32_t n;
     std::vector<unsigned char> pixels;
     std::int32_t width, height, rowBytes;
     prsdk::PrPixelFormat format;
@@ -213,7 +212,7 @@ void Complete(const Request& r) {
     if (n == s.failFrame) {
         ret.returnVal = prsdk::suiteError_Fail;
     } else {
-        auto* f = new Frame{n, {}, r.width, r.height, 0, r.format};
+        auto* f = new Frame{{}, r.width, r.height, 0, r.format};
         f->pixels = FramePixels(n, r.format, r.width, r.height, &f->rowBytes);
         handle = reinterpret_cast<prsdk::PPixHand>(f);
         ret.outFrame = handle;
@@ -317,7 +316,7 @@ prSuiteError Resume(csSDK_uint32) {
 }
 prsdk::ExportProgressSuite gProgress = {ProgressText, Progress, nullptr, Resume};
 
-// --- DVCPRO compression: the frame number goes into the buffer, so that the file shows who wrote it ---
+// --- DVCPRO compression: records which frame it was given (FramePixels puts the number first) and how ---
 std::int32_t FrameNumberOf(const void* pixels) {
     std::int32_t n = 0;
     std::memcpy(&n, pixels, sizeof n); // FramePixels puts it first

@@ -1,5 +1,5 @@
-// One export run against a scripted host: frames written in order whatever order they complete in, the
-// audio arithmetic, suspend, and each row of the failure table.
+// One export run against a scripted host: frames written in order whatever order they complete in, suspend,
+// and each row of the failure table.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -58,32 +58,6 @@ TEST_F(ExportRun, ARangeShorterThanAChunkFromAnOffsetRequestsExactlyItsFrames) {
     EXPECT_EQ(record.requestedTimes.back(), 106 * script.ticksPerFrame);
     ASSERT_EQ(record.progress.size(), 7u);
     EXPECT_FLOAT_EQ(record.progress.back(), 6.0f / 7.0f);
-}
-
-TEST_F(ExportRun, AudioOfAChunkAddsUpExactlyInBlocksNoLargerThanTheHostsLargest) {
-    // 48 kHz at 30000/1001: 30 frames carry 48048 sample frames, in blocks of at most 1000.
-    script.ticksPerFrame = kTicksPerSecond / 30000 * 1001;
-    script.maxBlip = 1000;
-    ASSERT_EQ(scripted::RunExport(script, 0, 30, true, true, &record), 0);
-    std::uint64_t total = 0;
-    for (std::uint32_t b : record.audioBlocks) {
-        EXPECT_LE(b, 1000u);
-        total += b;
-    }
-    EXPECT_EQ(total, 48048u);
-    EXPECT_EQ(record.audioRenderersMade, 1);
-    EXPECT_EQ(record.audioRenderersReleased, 1);
-
-    // Ten chunks of 30 frames at 44.1 kHz: the rounding carries, so the total is exact (441441 for 300).
-    scripted::Record more;
-    script.sampleRate = 44100.0;
-    ASSERT_EQ(scripted::RunExport(script, 0, 300, false, true, &more), 0) << "audio only";
-    std::uint64_t sum = 0;
-    for (std::uint32_t b : more.audioBlocks)
-        sum += b;
-    EXPECT_EQ(sum, 441441u);
-    EXPECT_TRUE(more.requestedTimes.empty()) << "an audio-only export requests no frames";
-    EXPECT_EQ(more.videoRenderersMade, 1) << "but still makes the video renderer";
 }
 
 TEST_F(ExportRun, ASuspendedExportWaitsForResumeAndCarriesOn) {

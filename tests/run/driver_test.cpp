@@ -241,6 +241,26 @@ TEST_F(Driver, EveryPairingOfFrameFormatAndCodecTakesItsConverterOrStops) {
             EXPECT_TRUE(got == expected[0] || got == expected[1]) << "frame " << n;
         }
     }
+
+    // Handed over by its last row with negative row bytes, a frame is copied from that row on.
+    script.codec = Code("MJPG");
+    script.deliveredFormat = k8u;
+    script.lastRowFirst = true;
+    ASSERT_EQ(Run(0, 2, true, false), 0);
+    ASSERT_EQ(handed.frames.size(), 2u);
+    const auto rowBytesOut = static_cast<std::size_t>(script.width) * 4;
+    for (std::int32_t n = 0; n < 2; ++n) {
+        std::int32_t rowBytes = 0;
+        const std::vector<unsigned char> src =
+            scripted::FramePixels(n, k8u, script.width, script.height, &rowBytes);
+        for (std::int32_t y = 0; y < script.height; ++y)
+            EXPECT_EQ(std::memcmp(handed.frames[static_cast<std::size_t>(n)].data() + y * rowBytesOut,
+                                  src.data() + static_cast<std::size_t>(script.height - 1 - y) *
+                                                   static_cast<std::size_t>(rowBytes),
+                                  rowBytesOut),
+                      0)
+                << "frame " << n << " row " << y;
+    }
 }
 
 // Collapses the host's calls into runs: render requests of consecutive frames, and the samples of the

@@ -139,7 +139,10 @@ prSuiteError Dispose(prsdk::PPixHand h) {
     return kOk;
 }
 prSuiteError Pixels(prsdk::PPixHand h, prsdk::int32, char** p) {
-    *p = reinterpret_cast<char*>(FrameOf(h)->pixels.data());
+    const Frame& f = *FrameOf(h);
+    const std::size_t last = static_cast<std::size_t>(f.height - 1) * static_cast<std::size_t>(f.rowBytes);
+    *p = reinterpret_cast<char*>(const_cast<unsigned char*>(f.pixels.data())) +
+         (gHost->script->lastRowFirst ? last : 0);
     return kOk;
 }
 prSuiteError Bounds(prsdk::PPixHand h, prsdk::prRect* r) {
@@ -147,7 +150,7 @@ prSuiteError Bounds(prsdk::PPixHand h, prsdk::prRect* r) {
     return kOk;
 }
 prSuiteError RowBytes(prsdk::PPixHand h, csSDK_int32* n) {
-    *n = FrameOf(h)->rowBytes;
+    *n = gHost->script->lastRowFirst ? -FrameOf(h)->rowBytes : FrameOf(h)->rowBytes;
     return kOk;
 }
 prSuiteError Format(prsdk::PPixHand h, prsdk::PrPixelFormat* f) {

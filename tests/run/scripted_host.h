@@ -35,10 +35,11 @@ struct Script {
     // Behaviour.
     std::size_t batch = 3;                    // renders complete in groups of this many, last first
     prsdk::PrPixelFormat deliveredFormat = 0; // 0: the first format the module asked for
-    std::int32_t failFrame = -1;              // this frame's render reports an error
-    std::int32_t cancelAtReport = -1;         // from the n-th progress report (0-based) on: "abort"
-    std::int32_t suspendAtReport = -1;        // the n-th progress report answers "suspended"
-    std::int32_t refuseRenderOf = -1;         // the request for this frame is refused
+    bool lastRowFirst = false;         // frames are handed over by their last row, with negative row bytes
+    std::int32_t failFrame = -1;       // this frame's render reports an error
+    std::int32_t cancelAtReport = -1;  // from the n-th progress report (0-based) on: "abort"
+    std::int32_t suspendAtReport = -1; // the n-th progress report answers "suspended"
+    std::int32_t refuseRenderOf = -1;  // the request for this frame is refused
     bool refuseVideoRenderer = false;
     bool refuseAudioRenderer = false;
     bool refuseAudioReset = false;

@@ -214,6 +214,19 @@ TEST(PathChoice, AlignmentDecidesThePathAndTheMessage) {
             EXPECT_NE(oddRows.messages.find("dstRowBytes 0x108\n"), std::string::npos) << oddRows.messages;
             const Outcome oddRowsScalar = Convert(c.entry, depth, format, 0, 0, 0, 8, cv::kPathScalar);
             EXPECT_EQ(oddRows.output, oddRowsScalar.output);
+            // Destination address off by 4, row bytes a multiple of 16: the same.
+            const Outcome oddDst = Convert(c.entry, depth, format, 0, 0, 4, 0, cv::kPathAuto);
+            EXPECT_EQ(std::count(oddDst.messages.begin(), oddDst.messages.end(), '\n'), 1) << oddDst.messages;
+            EXPECT_EQ(oddDst.output, Convert(c.entry, depth, format, 0, 0, 4, 0, cv::kPathScalar).output);
+
+            // Every mode above 1 forces the vector path, without the alignment tests and their message.
+            for (const std::uint32_t mode : {3u, 0x80000000u, 0xFFFFFFFFu}) {
+                const Outcome forced = Convert(c.entry, depth, format, 0, 0, 0, 8, mode);
+                EXPECT_EQ(forced.messages, "") << mode;
+                EXPECT_EQ(forced.output, Convert(c.entry, depth, format, 0, 0, 0, 8, cv::kPathVector).output)
+                    << mode;
+                EXPECT_EQ(Convert(c.entry, depth, format, 0, 0, 0, 0, mode).output, vector.output) << mode;
+            }
 
             // Source at an odd address, destination aligned: a vector kernel without a message for 8u (and
             // 16u into r210); otherwise the scalar path with a message.
@@ -263,6 +276,13 @@ TEST(PathChoice, UnsupportedFormatsAndEmptyFramesLeaveTheDestination) {
     EXPECT_EQ(r210.messages, "*** QVN::Converter::Video::r210::Init[341]: Unsupported pixel format\n"
                              "*** QVN::Converter::Video::r210::CreateFrom[207]: Init failed\n");
     EXPECT_EQ(r210.output, untouched);
+    // The v210 codes pass r210's table set-up and convert nothing.
+    for (const std::uint32_t code : {0x30313276u, 0x31313276u}) {
+        const Outcome v210 = Convert(kR210, k8u, code, 0, 0, 0, 0, cv::kPathAuto);
+        EXPECT_EQ(v210.result, 0) << std::hex << code;
+        EXPECT_EQ(v210.messages, "");
+        EXPECT_EQ(v210.output, untouched);
+    }
 
     for (EntryPoint entry : {kV210, kUyvy, kR210}) {
         for (std::uint32_t path : {cv::kPathAuto, cv::kPathScalar, cv::kPathVector}) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -95,23 +96,53 @@ TEST(TableAllocation, EachFailureIsReportedAndALaterCallBuildsAllFourAgain) {
     detail::SetTableAllocatorForTesting(nullptr);
 }
 
+TEST(TableAllocation, TheV210CodesNeedNoTables) {
+    UseArena(0);
+    EXPECT_EQ(cv::r210::Init(0x30313276), 0); // "v210"
+    EXPECT_EQ(cv::r210::Init(0x31313276), 0); // "v211"
+    EXPECT_EQ(gCalls, 0);
+    EXPECT_EQ(detail::R210Lut(), nullptr);
+    detail::SetTableAllocatorForTesting(nullptr);
+}
+
+// The first allocation waits until a second thread is inside Init too: without the one-time guard that
+// thread allocates while the first is still building (every time, not by chance); with it, it waits for the
+// built tables.
+std::atomic<int> gInside{0};
+std::atomic<int> gConcurrentAllocations{0};
+
+void* SlowArenaAllocate(std::size_t bytes) {
+    if (gInside.fetch_add(1) > 0)
+        ++gConcurrentAllocations;
+    if (gCalls == 0) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+        while (gConcurrentAllocations == 0 && std::chrono::steady_clock::now() < until)
+            std::this_thread::yield();
+    }
+    void* p = ArenaAllocate(bytes);
+    --gInside;
+    return p;
+}
+
 TEST(TableAllocation, ConcurrentFirstCallsBuildTheTablesOnce) {
     UseArena(0);
-    std::atomic<bool> go{false};
+    detail::SetTableAllocatorForTesting(SlowArenaAllocate);
+    std::atomic<int> started{0};
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
-            while (!go) {
+            ++started;
+            while (started < 4) {
             }
             failures += cv::r210::Init(cv::kPixelFormatBgra32f) != 0;
         });
     }
-    go = true;
     for (auto& t : threads) {
         t.join();
     }
     EXPECT_EQ(failures, 0);
+    EXPECT_EQ(gConcurrentAllocations, 0);
     EXPECT_EQ(gCalls, 4);
     EXPECT_EQ(detail::R210Lut()[16384], 502);
     detail::SetTableAllocatorForTesting(nullptr);

@@ -349,6 +349,59 @@ TEST(AviFile, AudioOnlyFileHasEmptyVideoFieldsAndNoAlignment) {
     EXPECT_EQ(U32(b, 100 + 40), 4096u + 735 + 736);
 }
 
+TEST(AviFile, AFullStandardIndexIsFlushedAndTheNextCountsFromTheChunkThatFilledIt) {
+    avitest::TempDir dir("flush");
+    const auto path = dir / "flush.avi";
+    const WAVEFORMATEX mono8{WAVE_FORMAT_PCM, 1, 22050, 22050, 1, 8, 0};
+    AudioStreamInfo audio(&mono8);
+    constexpr std::uint32_t kChunks = 8188 + 2; // one full standard index, then two entries in the next
+    {
+        AVIFile file;
+        ASSERT_EQ(file.Open(path.string().c_str(), {&audio}), S_OK);
+        for (std::uint32_t i = 0; i < kChunks; ++i) {
+            const unsigned char two[2] = {static_cast<unsigned char>(i), static_cast<unsigned char>(i >> 8)};
+            ASSERT_EQ(file.WriteChunk(0, two, 2, true), S_OK) << i;
+        }
+        ASSERT_EQ(file.Close(), S_OK);
+    }
+    const Bytes b = avitest::ReadAll(path);
+    const List hdrl = ListAt(b, 12, "hdrl");
+    const List movi = ListAt(b, hdrl.bodyEnd, "movi");
+    std::vector<std::uint64_t> data, indexes;
+    for (const auto& c : avitest::Walk(b, movi.position + 12, movi.bodyEnd)) {
+        if (c.id == "00wb")
+            data.push_back(c.position);
+        else if (c.id == "ix00")
+            indexes.push_back(c.position);
+    }
+    ASSERT_EQ(data.size(), kChunks);
+    ASSERT_EQ(indexes.size(), 2u);
+    EXPECT_LT(indexes[0], data[8188]) << "flushed right after the chunk that filled it";
+    EXPECT_GT(indexes[0], data[8187]);
+    // The base of the second index is the chunk of the call that flushed the first, not the second's
+    // first chunk: every offset still fits in 32 bits.
+    const std::uint64_t bases[2] = {0, data[8187]};
+    const std::uint32_t counts[2] = {8188, 2};
+    for (int k = 0; k < 2; ++k) {
+        const std::uint64_t ix = indexes[k];
+        EXPECT_EQ(U64(b, ix + 20), bases[k]) << k;
+        ASSERT_EQ(U32(b, ix + 12), counts[k]) << k;
+        const std::size_t first = k == 0 ? 0 : 8188;
+        for (std::uint32_t e = 0; e < counts[k]; ++e) {
+            ASSERT_EQ(bases[k] + U32(b, ix + 32 + 8 * e) - 8, data[first + e]) << k << " " << e;
+            ASSERT_EQ(U32(b, ix + 36 + 8 * e), 2u);
+        }
+    }
+    // The super index lists both, with the duration of each (2 samples a chunk).
+    const std::uint64_t indx = 12 + 12 + 64 + 12 + 64 + 8 + 18;
+    ASSERT_EQ(Tag(b, indx), "indx");
+    ASSERT_EQ(U32(b, indx + 12), 2u);
+    for (int k = 0; k < 2; ++k) {
+        EXPECT_EQ(U64(b, indx + 32 + 16 * k), indexes[k]);
+        EXPECT_EQ(U32(b, indx + 44 + 16 * k), counts[k] * 2);
+    }
+}
+
 TEST(AviFile, ReopensAfterCloseAndClosesInItsDestructor) {
     avitest::TempDir dir("reuse");
     VideoStreamInfo video(SmallVideo());

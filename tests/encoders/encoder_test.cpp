@@ -59,6 +59,39 @@ public:
     std::uint32_t EncodeFrame(const void*, std::uint32_t, std::uint8_t*, std::uint32_t) override { return 0; }
 };
 
+// Takes over frame 3: keeps the payload and queues it itself, from another thread, 150 ms later.
+class LateEncoder : public CSimpleAviEncoder {
+public:
+    LateEncoder() : CSimpleAviEncoder(Fcc("UYVY")) {}
+    ~LateEncoder() override {
+        if (late_.joinable())
+            late_.join();
+    }
+    std::uint32_t EncodeFrame(const void* source, std::uint32_t size, std::uint8_t* destination,
+                              std::uint32_t destinationSize) override {
+        ++encoded;
+        return CSimpleAviEncoder::EncodeFrame(source, size, destination, destinationSize);
+    }
+    std::uint32_t ReuseFrame(std::uint32_t sequence, const void* source, std::uint32_t size,
+                             std::uint8_t* destination, std::uint32_t) override {
+        if (sequence != 3)
+            return 0;
+        std::memcpy(destination, source, size);
+        late_ = std::thread([=, this] {
+            QVN::SleepMs(150);
+            QVN::CAutoLock<QVN::CW32CriticalSection> hold(lock_);
+            EncodeComplete(sequence, source, size, destination, size);
+            delivered = QVN::MonotonicMs();
+        });
+        return 1;
+    }
+    std::atomic<int> encoded{0};
+    std::atomic<std::uint64_t> delivered{0};
+
+private:
+    std::thread late_;
+};
+
 std::size_t ThreadsOfProcess() {
 #ifdef __linux__
     std::size_t n = 0;
@@ -115,13 +148,38 @@ TEST(AviEncoder, AudioSampleCountsAddUpExactly) {
     EXPECT_EQ(encoder.AudioSamplesForFrames(1), 1602u);
     EXPECT_EQ(encoder.AudioSamplesForFrames(5), 8008u);
     EXPECT_EQ(encoder.AudioSamplesForFrames(30000), 48048000u); // no 32-bit overflow on the way
-    const std::uint32_t expected[5] = {1602, 1601, 1602, 1601, 1602};
-    for (std::uint32_t e : expected)
-        EXPECT_EQ(encoder.AudioSamplesForNextFrame(1), e);
-    std::uint64_t total = 8008;
-    for (int i = 5; i < 30000; ++i)
+    std::uint64_t total = 0;
+    for (int i = 0; i < 30000; ++i)
         total += encoder.AudioSamplesForNextFrame(1);
     EXPECT_EQ(total, 48048000u);
+
+    // Call by call, where the rounding of a half sample and the carry decide: 44100 Hz at 24 fps is 1837.5
+    // samples a frame, rounded up once and then carried down.
+    struct Steps {
+        std::uint32_t samplesPerSecond, rate, scale;
+        std::vector<std::uint32_t> frames, samples;
+    };
+    const Steps steps[] = {
+        {48000, 30000, 1001, {1, 1, 1, 1, 1}, {1602, 1601, 1602, 1601, 1602}},
+        {44100, 24, 1, {1, 1, 1, 1, 1, 1}, {1838, 1837, 1838, 1837, 1838, 1837}},
+        {44100, 24, 1, {5, 5, 3, 1}, {9188, 9187, 5513, 1837}},
+        // 735.735 a frame, each call's share rounded to a hundredth before the carry: the 13th call shows it.
+        {44100,
+         60000,
+         1001,
+         std::vector<std::uint32_t>(13, 1),
+         {736, 735, 736, 736, 736, 735, 736, 736, 736, 735, 736, 736, 736}},
+        {44100, 30000, 1001, {1, 1, 1, 1}, {1471, 1472, 1471, 1472}},
+    };
+    for (const Steps& st : steps) {
+        CSimpleAviEncoder fresh(Fcc("v210")); // no carry from an earlier sequence
+        ASSERT_EQ(fresh.Initialise(nullptr, &bmi, 0, st.rate, st.scale, 0, 0, nullptr), 0u);
+        fresh.SetAudioFormat(2, st.samplesPerSecond, 16, 0);
+        std::vector<std::uint32_t> got;
+        for (std::uint32_t f : st.frames)
+            got.push_back(fresh.AudioSamplesForNextFrame(f));
+        EXPECT_EQ(got, st.samples) << st.samplesPerSecond << " Hz at " << st.rate << "/" << st.scale;
+    }
 
     // 44.1 kHz at 29.97: 1471.47 samples per frame; the running sum stays within half a sample.
     ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 30000, 1001, 0, 0, nullptr), 0u);
@@ -203,12 +261,51 @@ TEST(AviEncoder, FrameLimitDropsLaterVideoAndAudio) {
     const std::uint64_t audioStrh = 100 + 64 + 40 + 8 + 65548;
     EXPECT_EQ(U32(b, audioStrh + 40), 3u * 1920u); // audio after the last frame was dropped
 
-    // The encoder opens again with fresh counters.
+    // The encoder opens again with fresh counters; once the sink is released it hears of no frame.
     const auto second = dir / "second.avi";
     ASSERT_EQ(encoder.Open(1, 0, 0xFFFFFFFFu, Wide(second).c_str()), 0u);
     EXPECT_EQ(encoder.WriteVideo(buffers[0], 512), 0u);
-    EXPECT_EQ(encoder.Finish(), 0u); // no limit: closes at once, after the queued frame
-    EXPECT_EQ(U32(avitest::ReadAll(second), 48), 1u);
+    EXPECT_EQ(sink.calls, 4);
+    EXPECT_EQ(encoder.ReleaseSink(), 0u);
+    EXPECT_EQ(encoder.WriteVideo(buffers[1], 512), 0u);
+    EXPECT_EQ(sink.calls, 4);
+    EXPECT_EQ(encoder.Finish(), 0u); // no limit: closes at once, after the queued frames
+    EXPECT_EQ(U32(avitest::ReadAll(second), 48), 2u);
+}
+
+TEST(AviEncoder, FinishWaitsForAFrameTheSubclassDeliversLate) {
+    avitest::TempDir dir("late");
+    const auto path = dir / "late.avi";
+    LateEncoder encoder;
+    const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 3, 512, nullptr), 0u);
+    BufferList buffers;
+    encoder.GetFreeBuffers(buffers);
+    ASSERT_EQ(encoder.Open(1, 0, 3, Wide(path).c_str()), 0u);
+    for (int i = 0; i < 3; ++i) {
+        std::memset(buffers[i], 'a' + i, 512);
+        EXPECT_EQ(encoder.WriteVideo(buffers[i], 512), 0u) << "a frame taken over is not a failure";
+    }
+    EXPECT_EQ(encoder.encoded.load(), 2) << "the frame taken over is not encoded";
+    BufferList returned;
+    encoder.ReclaimBuffers(returned);
+    EXPECT_EQ(returned, BufferList(buffers.begin(), buffers.begin() + 2)) << "nor handed back yet";
+    EXPECT_EQ(encoder.Finish(), 0u);
+    const std::uint64_t finished = QVN::MonotonicMs();
+    ASSERT_NE(encoder.delivered.load(), 0u) << "Finish returned before the last frame was delivered";
+    EXPECT_GE(finished, encoder.delivered.load());
+    encoder.ReclaimBuffers(returned);
+    EXPECT_EQ(returned, BufferList{buffers[2]});
+
+    const avitest::Bytes b = avitest::ReadAll(path);
+    EXPECT_EQ(U32(b, 48), 3u);
+    std::string order;
+    for (const auto& c : avitest::Walk(b, 12, 8 + U32(b, 4)))
+        if (c.id == "LIST" && avitest::Tag(b, c.position + 8) == "movi")
+            for (const auto& k : avitest::Walk(b, c.position + 12, c.position + 8 + c.size))
+                if (k.id == "00db")
+                    order += static_cast<char>(b[k.position + 8]);
+    EXPECT_EQ(order, "abc");
 }
 
 TEST(AviEncoder, PixelAspectRecordIsAppendedAfterClose) {
@@ -276,40 +373,52 @@ TEST(AviEncoder, FailuresLeaveNoThreadBehind) {
 }
 
 TEST(AviEncoder, FullQueueMakesTheProducerWait) {
-    avitest::TempDir dir("full");
-    CSimpleAviEncoder encoder(Fcc("UYVY"));
-    const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
-    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
-    ASSERT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, Wide(dir / "full.avi").c_str()), 0u);
-    BufferList buffers;
-    encoder.GetFreeBuffers(buffers);
-    constexpr int kFrames = 60;
-    std::atomic<int> done{0};
+    for (const bool audio : {false, true}) {
+        SCOPED_TRACE(audio ? "audio" : "video");
+        avitest::TempDir dir("full");
+        CSimpleAviEncoder encoder(Fcc("UYVY"));
+        const BITMAPINFOHEADER bmi = Bitmap(16, 16, 512);
+        ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
+        encoder.SetAudioFormat(2, 48000, 16, 1);
+        ASSERT_EQ(encoder.Open(1, 1, 0x7FFFFFFF, Wide(dir / "full.avi").c_str()), 0u);
+        BufferList buffers;
+        encoder.GetFreeBuffers(buffers);
+        constexpr int kItems = 60;
+        std::atomic<int> done{0};
 #ifndef _WIN32
-    testing::internal::CaptureStderr(); // the debugger channel is standard error here
+        testing::internal::CaptureStderr(); // the debugger channel is standard error here
 #endif
-    encoder.File().FileLock().Lock(); // the writer stalls on its first item
-    std::thread producer([&] {
-        for (int i = 0; i < kFrames; ++i) {
-            encoder.WriteVideo(buffers[0], 512);
-            done.fetch_add(1);
-        }
-    });
-    // One item in the writer's hands, 51 queued: the 53rd frame cannot go anywhere.
-    const std::uint64_t start = QVN::MonotonicMs();
-    while (done.load() < 52 && QVN::MonotonicMs() - start < 10000)
-        QVN::SleepMs(1);
-    QVN::SleepMs(60);
-    EXPECT_EQ(done.load(), 52);
-    EXPECT_EQ(encoder.File().Count(), 51u);
-    encoder.File().FileLock().Unlock();
-    producer.join();
+        encoder.File().FileLock().Lock(); // the writer stalls on its first item
+        std::thread producer([&] {
+            for (int i = 0; i < kItems; ++i) {
+                if (audio)
+                    encoder.WriteAudio(static_cast<const std::uint8_t*>(buffers[0]), 512);
+                else
+                    encoder.WriteVideo(buffers[0], 512);
+                done.fetch_add(1);
+            }
+        });
+        // One item in the writer's hands, 51 queued: the 53rd cannot go anywhere.
+        const std::uint64_t start = QVN::MonotonicMs();
+        while (done.load() < 52 && QVN::MonotonicMs() - start < 10000)
+            QVN::SleepMs(1);
+        QVN::SleepMs(60);
+        EXPECT_EQ(done.load(), 52);
+        EXPECT_EQ(encoder.File().Count(), 51u);
+        encoder.File().FileLock().Unlock();
+        producer.join();
 #ifndef _WIN32
-    const std::string messages = testing::internal::GetCapturedStderr();
-    EXPECT_NE(messages.find("queue full in CAviEncoder::EncodeComplete\n"), std::string::npos);
+        const std::string messages = testing::internal::GetCapturedStderr();
+        EXPECT_NE(messages.find(audio ? "queue full in CAviEncoder::WriteAudio\n"
+                                      : "queue full in CAviEncoder::EncodeComplete\n"),
+                  std::string::npos);
 #endif
-    EXPECT_EQ(encoder.Close(), 0u);
-    EXPECT_EQ(U32(avitest::ReadAll(dir / "full.avi"), 48), static_cast<std::uint32_t>(kFrames));
+        EXPECT_EQ(encoder.Close(), 0u);
+        const avitest::Bytes b = avitest::ReadAll(dir / "full.avi");
+        EXPECT_EQ(U32(b, 48), audio ? 0u : static_cast<std::uint32_t>(kItems));
+        const std::uint64_t audioStrh = 100 + 64 + 40 + 8 + 65548;
+        EXPECT_EQ(U32(b, audioStrh + 40), audio ? kItems * 512u / 4 : 0u);
+    }
 }
 
 TEST(StreamingCopy, CopiesEveryByteAtAnyAlignmentAndLength) {

@@ -1,12 +1,17 @@
-// The process's file-size limit reached in the middle of an export: the writer thread ignores the failed
-// writes, the producer never notices, Finish and Close return, and nothing leaks (checked by LSan in the
-// sanitizer builds). Each case runs in a child process so that its limits stay there.
+// Process limits in the middle of an export: the file-size limit reached while writing (the writer thread
+// ignores the failed writes, the producer never notices, Finish and Close return), and the address space
+// running out while Initialise commits its frame buffers. Nothing leaks (checked by LSan in the sanitizer
+// builds). Each case runs in a child process so that its limits stay there.
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fstream>
+#include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstring>
 
 #include "encoders/simple_avi_encoder.h"
 #include "platform/sleep.h"
@@ -52,7 +57,59 @@ int ExportPastTheLimit(const std::filesystem::path& path) {
     return r.status == 0 ? 0 : 11;
 }
 
+// The process's mapped bytes now, from /proc.
+rlim_t AddressSpaceInUse() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmSize:", 0) == 0)
+            return static_cast<rlim_t>(std::stoull(line.substr(7))) * 1024;
+    return 0;
+}
+
+BITMAPINFOHEADER Bitmap(std::int32_t width) {
+    BITMAPINFOHEADER b{};
+    b.biSize = 40;
+    b.biWidth = width;
+    b.biHeight = 16;
+    b.biPlanes = 1;
+    return b;
+}
+
+// Exit codes: 0 as expected; 20 and up name the check that failed.
+int InitialiseOutOfAddressSpace(const std::filesystem::path&) {
+    constexpr std::uint32_t kBig = 64u << 20;
+    CSimpleAviEncoder encoder(avitest::Fcc("v210"));
+    const BITMAPINFOHEADER small = Bitmap(16);
+    if (encoder.Initialise(nullptr, &small, 0, 25, 1, 1, 512, nullptr) != 0)
+        return 20;
+    encoder.SetAudioFormat(2, 48000, 16, 1);
+    // Room for about four of the thirty buffers.
+    const rlimit limit{AddressSpaceInUse() + 4 * kBig + kBig / 2, RLIM_INFINITY};
+    if (limit.rlim_cur <= 4 * kBig || setrlimit(RLIMIT_AS, &limit) != 0)
+        return 21;
+    const BITMAPINFOHEADER big = Bitmap(1920);
+    if (encoder.Initialise(nullptr, &big, 0, 50, 1, 30, kBig, nullptr) != 0x80000002u)
+        return 22;
+    BufferList buffers;
+    if (encoder.GetFreeBuffers(buffers) != 0)
+        return 23;
+    // The buffers committed before the failure stay with the encoder (and are released with it).
+    if (buffers.size() < 2 || buffers.size() >= 31)
+        return 24;
+    std::memset(buffers.back(), 1, kBig);
+    // Nothing else of the failed call took effect: the format and the rates are the earlier ones.
+    if (encoder.VideoDescriptor().bmiHeader.biWidth != 16)
+        return 25;
+    if (encoder.AudioSamplesForFrames(25) != 48000)
+        return 26;
+    return 0;
+}
+
 } // namespace
+
+TEST(Faults, InitialiseKeepsTheBuffersItCommittedBeforeTheAddressSpaceRanOut) {
+    EXPECT_EQ(InChild(&InitialiseOutOfAddressSpace, {}, 60000), 0);
+}
 
 TEST(Faults, FileSizeLimitMidExportNeitherCrashesNorHangs) {
     avitest::TempDir dir("fsize");

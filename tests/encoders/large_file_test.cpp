@@ -23,6 +23,7 @@ public:
         in_.read(reinterpret_cast<char*>(&v), 4);
         return v;
     }
+    std::uint64_t U64(std::uint64_t at) { return U32(at) | std::uint64_t{U32(at + 4)} << 32; }
     std::string Tag(std::uint64_t at) {
         char t[4] = {};
         in_.seekg(static_cast<std::streamoff>(at));
@@ -152,6 +153,75 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     EXPECT_EQ(QvnInspectCommand(2, argv), 0);
     const std::string inspected = testing::internal::GetCapturedStdout();
     EXPECT_NE(inspected.find("\nconsistent\n"), std::string::npos) << inspected;
+}
+
+TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
+    avitest::TempDir dir("split");
+    const WAVEFORMATEX mono8{WAVE_FORMAT_PCM, 1, 22050, 22050, 1, 8, 0};
+    AudioStreamInfo audio(&mono8);
+    // Where the movi data of such a file starts.
+    std::uint64_t dataStart = 0;
+    {
+        AVIFile probe;
+        const auto path = dir / "probe.avi";
+        ASSERT_EQ(probe.Open(path.string().c_str(), {&audio}), S_OK);
+        ASSERT_EQ(probe.Close(), S_OK);
+        Seeker s(path);
+        for (const auto& k : s.Walk(12, 8 + s.U32(4)))
+            if (k.id == "LIST" && s.Tag(k.position + 8) == "movi")
+                dataStart = k.position + 12;
+        ASSERT_GT(dataStart, 0u);
+    }
+    // Chunks that end exactly 1,000,000,000 bytes into the file do not split it; the next chunk, which
+    // passes the limit, is still the first segment's last one.
+    const auto path = dir / "split.avi";
+    constexpr std::uint64_t kLimit = 1000000000;
+    const std::vector<unsigned char> block(64 << 20, 0x5A);
+    std::vector<std::uint64_t> positions;
+    {
+        AVIFile file;
+        ASSERT_EQ(file.Open(path.string().c_str(), {&audio}), S_OK);
+        std::uint64_t at = dataStart;
+        while (at < kLimit) {
+            const std::uint64_t size = std::min<std::uint64_t>(block.size(), kLimit - at - 8);
+            positions.push_back(at);
+            ASSERT_EQ(file.WriteChunk(0, block.data(), static_cast<std::uint32_t>(size), true), S_OK);
+            at += 8 + size;
+        }
+        ASSERT_EQ(at, kLimit);
+        const unsigned char two[2] = {1, 2};
+        ASSERT_EQ(file.WriteChunk(0, two, 2, true), S_OK); // splits
+        ASSERT_EQ(file.WriteChunk(0, two, 2, true), S_OK); // the second segment's first
+        ASSERT_EQ(file.Close(), S_OK);
+    }
+    positions.push_back(kLimit);
+    Seeker s(path);
+    const std::uint64_t second = 8 + s.U32(4);
+    ASSERT_EQ(s.Tag(second), "RIFF");
+    ASSERT_EQ(s.Tag(second + 8), "AVIX");
+    const auto chunksOf = [&](std::uint64_t riff) {
+        std::vector<avitest::Chunk> inside;
+        for (const auto& k : s.Walk(riff + 12, riff + 8 + s.U32(riff + 4)))
+            if (k.id == "LIST" && s.Tag(k.position + 8) == "movi")
+                for (const auto& c : s.Walk(k.position + 12, k.position + 8 + k.size))
+                    if (c.id != "JUNK")
+                        inside.push_back(c);
+        return inside;
+    };
+    const auto first = chunksOf(0);
+    ASSERT_EQ(first.size(), positions.size() + 1);
+    for (std::size_t i = 0; i < positions.size(); ++i)
+        EXPECT_EQ(first[i].position, positions[i]) << i;
+    EXPECT_EQ(first.back().id, "ix00");
+    const auto later = chunksOf(second);
+    ASSERT_EQ(later.size(), 2u);
+    EXPECT_EQ(later[0].id, "00wb");
+    ASSERT_EQ(later[1].id, "ix00");
+    // The second segment's index counts from the chunk that split the file.
+    const std::uint64_t ix = later[1].position;
+    EXPECT_EQ(s.U64(ix + 20), kLimit);
+    ASSERT_EQ(s.U32(ix + 12), 1u);
+    EXPECT_EQ(kLimit + s.U32(ix + 32) - 8, later[0].position);
 }
 
 TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {

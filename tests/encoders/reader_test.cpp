@@ -47,6 +47,10 @@ struct Case {
     const char* codec;
 };
 
+void PrintTo(const Case& c, std::ostream* out) {
+    *out << c.name;
+}
+
 void CheckWithReaders(const Case& c) {
     ASSERT_TRUE(avitest::HaveTool("ffprobe")) << "ffprobe is needed for this test";
     ASSERT_TRUE(avitest::HaveTool("ffmpeg")) << "ffmpeg is needed for this test";
@@ -109,46 +113,38 @@ void CheckWithReaders(const Case& c) {
 
 } // namespace
 
-TEST(Readers, V210HdWithStereo16BitAudio) {
-    avitest::ExportConfig c;
-    c.fourcc = "v210";
-    c.width = 1920;
-    c.height = 1080;
-    c.frameBytes = avitest::FrameBytes("v210", 1920, 1080);
-    c.frames = 24;
-    c.channels = 2;
-    CheckWithReaders({"v210", c, "30000/1001", "v210"});
+// Each case as its own test, so that CTest runs them side by side.
+class Readers : public testing::TestWithParam<Case> {};
+
+TEST_P(Readers, ReadTheWholeFile) {
+    CheckWithReaders(GetParam());
 }
 
-TEST(Readers, UyvySdWithSixChannel24BitAudio) {
+static avitest::ExportConfig Config(const char* fourcc, std::int32_t width, std::int32_t height,
+                                    std::uint32_t rate, std::uint32_t frames, std::uint16_t channels,
+                                    std::uint16_t bits, std::uint32_t sampleRate) {
     avitest::ExportConfig c;
-    c.fourcc = "UYVY";
-    c.width = 720;
-    c.height = 486;
-    c.frameBytes = avitest::FrameBytes("UYVY", 720, 486); // not a multiple of 4096: every frame has a tail
-    c.frames = 31;
-    c.channels = 6;
-    c.bits = 24;
-    CheckWithReaders({"uyvy", c, "30000/1001", "rawvideo"});
+    if (*fourcc) {
+        c.fourcc = fourcc;
+        c.width = width;
+        c.height = height;
+        c.frameBytes = avitest::FrameBytes(fourcc, width, height);
+    }
+    c.rate = rate;
+    c.frames = frames;
+    c.channels = channels;
+    c.bits = bits;
+    c.sampleRate = sampleRate;
+    return c;
 }
 
-TEST(Readers, AudioOnlyStereo) {
-    avitest::ExportConfig c;
-    c.frames = 45;
-    c.channels = 2;
-    c.sampleRate = 44100;
-    CheckWithReaders({"audio", c, "", ""});
-}
-
-TEST(Readers, HdycWithEightBitMonoAudio) {
-    avitest::ExportConfig c;
-    c.fourcc = "HDYC";
-    c.width = 1280;
-    c.height = 720;
-    c.frameBytes = avitest::FrameBytes("HDYC", 1280, 720);
-    c.rate = 60000;
-    c.frames = 20;
-    c.channels = 1;
-    c.bits = 8; // 801 or 800 bytes per block: odd payloads
-    CheckWithReaders({"hdyc", c, "60000/1001", "rawvideo"});
-}
+INSTANTIATE_TEST_SUITE_P(
+    Files, Readers,
+    testing::Values(Case{"v210", Config("v210", 1920, 1080, 30000, 24, 2, 16, 48000), "30000/1001", "v210"},
+                    // 720x486 UYVY is no multiple of 4096: every frame has a tail.
+                    Case{"uyvy", Config("UYVY", 720, 486, 30000, 31, 6, 24, 48000), "30000/1001", "rawvideo"},
+                    Case{"audio", Config("", 0, 0, 30000, 45, 2, 16, 44100), "", ""},
+                    // 801 or 800 bytes per block: odd payloads.
+                    Case{"hdyc", Config("HDYC", 1280, 720, 60000, 20, 1, 8, 48000), "60000/1001",
+                         "rawvideo"}),
+    [](const testing::TestParamInfo<Case>& p) { return std::string(p.param.name); });

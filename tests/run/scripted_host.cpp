@@ -23,7 +23,6 @@ using prsdk::prSuiteError;
 constexpr prSuiteError kOk = prsdk::suiteError_NoError;
 
 struct Frame {
-    void* self; // a PPixHand points here
     std::vector<unsigned char> pixels;
     std::int32_t width, height, rowBytes;
     prsdk::PrPixelFormat format;
@@ -32,6 +31,7 @@ struct Frame {
 struct Request {
     prsdk::PrTime time;
     prsdk::PrPixelFormat format;
+    std::int32_t width, height; // as asked for, as the host renders it
 };
 
 // The one host of a run; the suites are plain function tables, so they reach it through this pointer.
@@ -44,6 +44,7 @@ struct Host {
     void* procRef = nullptr;
     std::deque<Request> queued;
     std::uint64_t lastQueuedMs = 0;
+    int audioCalls = 0;
     bool stop = false;
     int reports = 0;
     double phase[6] = {};
@@ -83,7 +84,7 @@ prSuiteError GetParamValue(csSDK_uint32, csSDK_int32, const char* id, prsdk::exP
     else if (name == "ADBEVideoFPS")
         v->value.timeValue = s.ticksPerFrame;
     else if (name == "ADBEVideoAspect")
-        v->value.ratioValue = {1, 1};
+        v->value.ratioValue = {s.aspectNumerator, s.aspectDenominator};
     else if (name == "ADBEVideoFieldType")
         v->value.intValue = s.fieldType;
     else if (name == "ADBEAudioRatePerSecond")
@@ -101,6 +102,16 @@ prsdk::ExportParamSuite gParams = [] {
     p.GetParamValue = GetParamValue;
     return p;
 }();
+
+prSuiteError SourceInfo(csSDK_uint32, prsdk::PrExportSourceInfoKey key, prsdk::PrParam* info) {
+    if (key != prsdk::kExportInfo_VideoWidth && key != prsdk::kExportInfo_VideoHeight)
+        return prsdk::suiteError_InvalidParms;
+    info->mType = prsdk::kPrParamType_Int32;
+    info->mInt32 =
+        key == prsdk::kExportInfo_VideoWidth ? gHost->script->sourceWidth : gHost->script->sourceHeight;
+    return kOk;
+}
+prsdk::ExportInfoSuite gInfo = {SourceInfo};
 
 // --- time, file, PPix ---
 prSuiteError TicksPerSecond(prsdk::PrTime* t) {
@@ -128,7 +139,10 @@ prSuiteError Dispose(prsdk::PPixHand h) {
     return kOk;
 }
 prSuiteError Pixels(prsdk::PPixHand h, prsdk::int32, char** p) {
-    *p = reinterpret_cast<char*>(FrameOf(h)->pixels.data());
+    const Frame& f = *FrameOf(h);
+    const std::size_t last = static_cast<std::size_t>(f.height - 1) * static_cast<std::size_t>(f.rowBytes);
+    *p = reinterpret_cast<char*>(const_cast<unsigned char*>(f.pixels.data())) +
+         (gHost->script->lastRowFirst ? last : 0);
     return kOk;
 }
 prSuiteError Bounds(prsdk::PPixHand h, prsdk::prRect* r) {
@@ -136,7 +150,7 @@ prSuiteError Bounds(prsdk::PPixHand h, prsdk::prRect* r) {
     return kOk;
 }
 prSuiteError RowBytes(prsdk::PPixHand h, csSDK_int32* n) {
-    *n = FrameOf(h)->rowBytes;
+    *n = gHost->script->lastRowFirst ? -FrameOf(h)->rowBytes : FrameOf(h)->rowBytes;
     return kOk;
 }
 prSuiteError Format(prsdk::PPixHand h, prsdk::PrPixelFormat* f) {
@@ -160,11 +174,20 @@ prSuiteError ReleaseVideoRenderer(csSDK_uint32, csSDK_uint32) {
 prSuiteError QueueRender(csSDK_uint32, prsdk::PrTime time, csSDK_uint32* request,
                          prsdk::SequenceRender_ParamsRec* params, prsdk::int32, void*) {
     std::lock_guard<std::mutex> hold(gHost->mutex);
+    const std::int64_t n = time / gHost->script->ticksPerFrame;
+    gHost->record->calls.emplace_back('v', n);
+    if (n == gHost->script->refuseRenderOf)
+        return prsdk::suiteError_Fail;
+    RenderRequest asked{time, {}, *params};
+    asked.formats.assign(params->inRequestedPixelFormatArray,
+                         params->inRequestedPixelFormatArray + params->inRequestedPixelFormatArrayCount);
+    asked.params.inRequestedPixelFormatArray = nullptr;
+    gHost->record->renders.push_back(asked);
     gHost->record->requestedTimes.push_back(time);
     const prsdk::PrPixelFormat format = gHost->script->deliveredFormat
                                             ? gHost->script->deliveredFormat
                                             : params->inRequestedPixelFormatArray[0];
-    gHost->queued.push_back({time, format});
+    gHost->queued.push_back({time, format, params->inWidth, params->inHeight});
     gHost->lastQueuedMs = QVN::MonotonicMs();
     *request = static_cast<csSDK_uint32>(gHost->record->requestedTimes.size());
     return kOk;
@@ -192,12 +215,8 @@ void Complete(const Request& r) {
     if (n == s.failFrame) {
         ret.returnVal = prsdk::suiteError_Fail;
     } else {
-        const std::int32_t pixelBytes = r.format == prsdk::PrPixelFormat_BGRA_4444_32f   ? 16
-                                        : r.format == prsdk::PrPixelFormat_BGRA_4444_16u ? 8
-                                                                                         : 4;
-        auto* f = new Frame{nullptr, {}, s.width, s.height, s.width * pixelBytes + 16, r.format};
-        f->pixels.assign(static_cast<std::size_t>(f->rowBytes) * static_cast<std::size_t>(s.height),
-                         static_cast<unsigned char>(n));
+        auto* f = new Frame{{}, r.width, r.height, 0, r.format};
+        f->pixels = FramePixels(n, r.format, r.width, r.height, &f->rowBytes);
         handle = reinterpret_cast<prsdk::PPixHand>(f);
         ret.outFrame = handle;
     }
@@ -230,7 +249,10 @@ std::uint32_t Completer(void*) {
 
 // --- audio: a tone per channel ---
 prSuiteError MakeAudioRenderer(csSDK_uint32, prsdk::PrTime, prsdk::PrAudioChannelType,
-                               prsdk::PrAudioSampleType, float, csSDK_uint32* id) {
+                               prsdk::PrAudioSampleType, float rate, csSDK_uint32* id) {
+    gHost->record->audioRendererRate = rate;
+    if (gHost->script->refuseAudioRenderer)
+        return prsdk::suiteError_Fail;
     *id = 5;
     gHost->record->audioRenderersMade += 1;
     return kOk;
@@ -242,6 +264,12 @@ prSuiteError ReleaseAudioRenderer(csSDK_uint32, csSDK_uint32) {
 prSuiteError GetAudio(csSDK_uint32, csSDK_uint32 frames, float** buffers, char) {
     if (frames > static_cast<csSDK_uint32>(gHost->script->maxBlip))
         return prsdk::suiteError_InvalidParms;
+    {
+        std::lock_guard<std::mutex> hold(gHost->mutex);
+        gHost->record->calls.emplace_back('a', frames);
+    }
+    if (gHost->audioCalls++ == gHost->script->failAudioCall)
+        return prsdk::suiteError_Fail;
     gHost->record->audioBlocks.push_back(frames);
     const int channels = gHost->script->channelType == 3 ? 6 : gHost->script->channelType;
     for (int c = 0; c < channels; ++c)
@@ -252,11 +280,11 @@ prSuiteError GetAudio(csSDK_uint32, csSDK_uint32 frames, float** buffers, char) 
     return kOk;
 }
 prSuiteError ResetAudio(csSDK_uint32) {
-    return kOk;
+    return gHost->script->refuseAudioReset ? prsdk::suiteError_InvalidCall : kOk;
 }
 prSuiteError MaxBlip(csSDK_uint32, prsdk::PrTime, csSDK_int32* n) {
     *n = gHost->script->maxBlip;
-    return kOk;
+    return gHost->script->refuseMaxBlip ? prsdk::suiteError_NotImplemented : kOk;
 }
 prsdk::SequenceAudioSuite gSequenceAudio = {MakeAudioRenderer, ReleaseAudioRenderer, GetAudio, ResetAudio,
                                             MaxBlip};
@@ -291,6 +319,27 @@ prSuiteError Resume(csSDK_uint32) {
 }
 prsdk::ExportProgressSuite gProgress = {ProgressText, Progress, nullptr, Resume};
 
+// --- DVCPRO compression: records which frame it was given (FramePixels puts the number first) and how ---
+std::int32_t FrameNumberOf(const void* pixels) {
+    std::int32_t n = 0;
+    std::memcpy(&n, pixels, sizeof n); // FramePixels puts it first
+    return n;
+}
+prSuiteError ScaleConvert(prsdk::PrPixelFormat, csSDK_uint32, csSDK_uint32, csSDK_int32, prsdk::int32,
+                          void* src, prsdk::PrPixelFormat, csSDK_uint32, csSDK_uint32, csSDK_int32,
+                          prsdk::int32, void*, prsdk::int32) {
+    std::lock_guard<std::mutex> hold(gHost->mutex);
+    gHost->record->dvScaled.push_back(FrameNumberOf(src));
+    return kOk;
+}
+prSuiteError CompressDV100720p(prsdk::PrPixelFormat, csSDK_uint32, csSDK_uint32, csSDK_int32, void* src,
+                               prsdk::PrPixelFormat, csSDK_int32, void*, prsdk::int32 phase, prsdk::int32) {
+    std::lock_guard<std::mutex> hold(gHost->mutex);
+    gHost->record->dvPhases.emplace_back(FrameNumberOf(src), phase);
+    return kOk;
+}
+prsdk::ImageProcessingSuite gImage = {nullptr, nullptr, nullptr, nullptr, ScaleConvert, CompressDV100720p};
+
 // Suites the runs here never call into still have to be granted.
 unsigned char gUnused[256] = {};
 
@@ -311,10 +360,43 @@ const void* SuiteFor(const std::string& name) {
         return &gAudio;
     if (name == prsdk::kExportProgressSuite)
         return &gProgress;
+    if (name == prsdk::kExportInfoSuite)
+        return &gInfo;
+    if (name == prsdk::kImageProcessingSuite)
+        return &gImage;
     return gUnused;
 }
 
 } // namespace
+
+std::vector<unsigned char> FramePixels(std::int32_t n, prsdk::PrPixelFormat format, std::int32_t width,
+                                       std::int32_t height, std::int32_t* rowBytes) {
+    const bool deep =
+        format == prsdk::PrPixelFormat_BGRA_4444_32f || format == prsdk::PrPixelFormat_BGRX_4444_32f;
+    const bool wide =
+        format == prsdk::PrPixelFormat_BGRA_4444_16u || format == prsdk::PrPixelFormat_BGRX_4444_16u;
+    const std::int32_t pixelBytes = deep ? 16 : wide ? 8 : 4;
+    *rowBytes = width * pixelBytes + 16;
+    std::vector<unsigned char> pixels(static_cast<std::size_t>(*rowBytes) * static_cast<std::size_t>(height));
+    for (std::int32_t y = 0; y < height; ++y) {
+        unsigned char* row =
+            pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(*rowBytes);
+        for (std::int32_t i = 0; i < *rowBytes / (pixelBytes / 4); ++i) {
+            const auto level = static_cast<std::uint32_t>((n * 37 + y * 11 + i * 5) % 256);
+            if (deep) {
+                const float f = static_cast<float>(level) / 255.0f;
+                std::memcpy(row + 4 * i, &f, 4);
+            } else if (wide) {
+                const auto w = static_cast<std::uint16_t>(level * 128);
+                std::memcpy(row + 2 * i, &w, 2);
+            } else {
+                row[i] = static_cast<unsigned char>(level);
+            }
+        }
+    }
+    std::memcpy(pixels.data(), &n, sizeof n); // the host's compression reads it back
+    return pixels;
+}
 
 prsdk::int32 RunExport(const Script& script, std::int32_t firstFrame, std::int32_t endFrame, bool video,
                        bool audio, Record* record) {

@@ -91,16 +91,6 @@ TEST(RenderScheduler, ReleasesAPartWindowWhenSubmissionsPauseAndDropsWhatIsLeftO
     EXPECT_EQ(ran.load(), 3);
 }
 
-TEST(RenderScheduler, PermutationsAreWholeAndDifferPerWindow) {
-    const std::vector<std::size_t> p = SeededPermutation(1, 0, 50);
-    std::vector<std::size_t> sorted = p;
-    std::sort(sorted.begin(), sorted.end());
-    for (std::size_t i = 0; i < sorted.size(); ++i)
-        EXPECT_EQ(sorted[i], i);
-    EXPECT_NE(SeededPermutation(1, 1, 50), p);
-    EXPECT_EQ(SeededPermutation(1, 0, 50), p);
-}
-
 // What the module would see: the completion proc's arguments and the frame through the PPix suites.
 struct Completion {
     std::int64_t frame;

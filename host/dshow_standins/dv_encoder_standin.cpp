@@ -16,7 +16,8 @@ constexpr DWORD kDvsd = 'd' | 'v' << 8 | 's' << 16 | static_cast<DWORD>('d') << 
 
 class CDvEncoderStandIn : public CCompressorStandIn, public IDVEnc {
 public:
-    CDvEncoderStandIn() : CCompressorStandIn(L"DV Video Encoder stand-in", kClsidDvVideoEncoder, kDvsd) {}
+    explicit CDvEncoderStandIn(HRESULT*)
+        : CCompressorStandIn(L"DV Video Encoder stand-in", kClsidDvVideoEncoder, kDvsd) {}
 
     DECLARE_IUNKNOWN
     STDMETHODIMP NonDelegatingQueryInterface(REFIID iid, void** object) override {
@@ -78,36 +79,14 @@ private:
     int videoFormat_ = DVENCODERVIDEOFORMAT_NTSC;
 };
 
-CUnknown* CALLBACK CreateStandIn(IUnknown* outer, HRESULT* phr) {
-    if (outer != nullptr) {
-        *phr = CLASS_E_NOAGGREGATION;
-        return nullptr;
-    }
-    CUnknown* filter = new (std::nothrow) CDvEncoderStandIn();
-    if (filter == nullptr) {
-        *phr = E_OUTOFMEMORY;
-    }
-    return filter;
-}
-
-const CFactoryTemplate kTemplate = {L"DV Video Encoder", &kClsidDvVideoEncoder, CreateStandIn, nullptr,
-                                    nullptr};
+const CFactoryTemplate kTemplate = {L"DV Video Encoder", &kClsidDvVideoEncoder,
+                                    CreateStandIn<CDvEncoderStandIn>, nullptr, nullptr};
 
 bool PlatformHasDvEncoder() {
     return PlatformCanCreate(kClsidDvVideoEncoder);
 }
 
 } // namespace
-
-IBaseFilter* CreateDvEncoderStandIn() {
-    auto* filter = new (std::nothrow) CDvEncoderStandIn();
-    if (filter == nullptr) {
-        return nullptr;
-    }
-    IBaseFilter* base = filter;
-    base->AddRef();
-    return base;
-}
 
 DvEncoderStandInRegistration::DvEncoderStandInRegistration()
     : StandInRegistration(&kTemplate, PlatformHasDvEncoder) {}

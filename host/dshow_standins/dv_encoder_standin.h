@@ -17,9 +17,6 @@ namespace qvn_standins {
 // Windows' DV Video Encoder class, {13AA3650-BB6F-11D0-AFB9-00AA00B67A42}.
 extern const CLSID kClsidDvVideoEncoder;
 
-// A new stand-in DV encoder with one reference, as IBaseFilter; null when out of memory.
-IBaseFilter* CreateDvEncoderStandIn();
-
 // The stand-in's registration: only where the platform's class cannot be created.
 class DvEncoderStandInRegistration : public StandInRegistration {
 public:

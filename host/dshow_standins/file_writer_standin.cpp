@@ -203,36 +203,10 @@ STDMETHODIMP CFileWriterPin::EndOfStream() {
     return writer_->NotifyEvent(EC_COMPLETE, S_OK, 0);
 }
 
-CUnknown* WINAPI CreateStandIn(IUnknown* outer, HRESULT* phr) {
-    if (outer != nullptr) {
-        *phr = CLASS_E_NOAGGREGATION;
-        return nullptr;
-    }
-    auto* filter = new (std::nothrow) CFileWriterStandIn(phr);
-    if (filter == nullptr) {
-        *phr = E_OUTOFMEMORY;
-    }
-    return filter;
-}
-
-const CFactoryTemplate kTemplate = {L"File writer", &kClsidFileWriter, CreateStandIn, nullptr, nullptr};
+const CFactoryTemplate kTemplate = {L"File writer", &kClsidFileWriter, CreateStandIn<CFileWriterStandIn>,
+                                    nullptr, nullptr};
 
 } // namespace
-
-IBaseFilter* CreateFileWriterStandIn() {
-    HRESULT hr = S_OK;
-    auto* filter = new (std::nothrow) CFileWriterStandIn(&hr);
-    if (filter == nullptr) {
-        return nullptr;
-    }
-    if (FAILED(hr)) {
-        delete filter;
-        return nullptr;
-    }
-    IBaseFilter* result = filter;
-    result->AddRef();
-    return result;
-}
 
 bool PlatformFileWriterReportsName() {
     IBaseFilter* filter = nullptr;

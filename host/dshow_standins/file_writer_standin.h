@@ -21,9 +21,6 @@ namespace qvn_standins {
 // Windows' File Writer class, {8596E5F0-0DA5-11D0-BD21-00A0C911CE86}.
 extern const CLSID kClsidFileWriter;
 
-// A new stand-in File Writer with one reference, as IBaseFilter; null when out of memory.
-IBaseFilter* CreateFileWriterStandIn();
-
 // True when the platform's File Writer (created in-process) reports the file name it was given: SetFileName
 // followed by GetCurFile answers the same name.
 bool PlatformFileWriterReportsName();

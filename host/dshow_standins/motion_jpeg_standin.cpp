@@ -17,7 +17,7 @@ constexpr double kDefaultQuality = 0.75;
 
 class CMotionJpegStandIn : public CCompressorStandIn, public IAMVideoCompression {
 public:
-    CMotionJpegStandIn()
+    explicit CMotionJpegStandIn(HRESULT*)
         : CCompressorStandIn(L"Motion JPEG compressor stand-in", kClsidMotionJpegCompressor, kMjpg) {}
 
     DECLARE_IUNKNOWN
@@ -108,36 +108,14 @@ private:
     double quality_ = kDefaultQuality;
 };
 
-CUnknown* CALLBACK CreateStandIn(IUnknown* outer, HRESULT* phr) {
-    if (outer != nullptr) {
-        *phr = CLASS_E_NOAGGREGATION;
-        return nullptr;
-    }
-    CUnknown* filter = new (std::nothrow) CMotionJpegStandIn();
-    if (filter == nullptr) {
-        *phr = E_OUTOFMEMORY;
-    }
-    return filter;
-}
-
-const CFactoryTemplate kTemplate = {L"Motion JPEG compressor", &kClsidMotionJpegCompressor, CreateStandIn,
-                                    nullptr, nullptr};
+const CFactoryTemplate kTemplate = {L"Motion JPEG compressor", &kClsidMotionJpegCompressor,
+                                    CreateStandIn<CMotionJpegStandIn>, nullptr, nullptr};
 
 bool PlatformHasMotionJpegCompressor() {
     return PlatformCanCreate(kClsidMotionJpegCompressor);
 }
 
 } // namespace
-
-IBaseFilter* CreateMotionJpegStandIn() {
-    auto* filter = new (std::nothrow) CMotionJpegStandIn();
-    if (filter == nullptr) {
-        return nullptr;
-    }
-    IBaseFilter* base = filter;
-    base->AddRef();
-    return base;
-}
 
 MotionJpegStandInRegistration::MotionJpegStandInRegistration()
     : StandInRegistration(&kTemplate, PlatformHasMotionJpegCompressor) {}

@@ -16,9 +16,6 @@ namespace qvn_standins {
 // The cards' Motion JPEG compressor class, {6C2F1A93-4D07-4B8E-9A61-3E5B2C7D0F18}.
 extern const CLSID kClsidMotionJpegCompressor;
 
-// A new stand-in compressor with one reference, as IBaseFilter; null when out of memory.
-IBaseFilter* CreateMotionJpegStandIn();
-
 // The stand-in's registration: only where the cards' class cannot be created.
 class MotionJpegStandInRegistration : public StandInRegistration {
 public:

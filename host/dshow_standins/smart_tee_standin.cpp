@@ -514,36 +514,10 @@ STDMETHODIMP CTeeInputPin::NewSegment(REFERENCE_TIME start, REFERENCE_TIME stop,
     return tee_->NewSegment(start, stop, rate);
 }
 
-CUnknown* WINAPI CreateStandIn(IUnknown* outer, HRESULT* phr) {
-    if (outer != nullptr) {
-        *phr = CLASS_E_NOAGGREGATION;
-        return nullptr;
-    }
-    auto* filter = new (std::nothrow) CSmartTee(phr);
-    if (filter == nullptr) {
-        *phr = E_OUTOFMEMORY;
-    }
-    return filter;
-}
-
-const CFactoryTemplate kTemplate = {L"Smart Tee", &kClsidSmartTee, CreateStandIn, nullptr, nullptr};
+const CFactoryTemplate kTemplate = {L"Smart Tee", &kClsidSmartTee, CreateStandIn<CSmartTee>, nullptr,
+                                    nullptr};
 
 } // namespace
-
-IBaseFilter* CreateSmartTeeStandIn() {
-    HRESULT hr = S_OK;
-    auto* filter = new (std::nothrow) CSmartTee(&hr);
-    if (filter == nullptr) {
-        return nullptr;
-    }
-    if (FAILED(hr)) {
-        delete filter;
-        return nullptr;
-    }
-    IBaseFilter* result = filter;
-    result->AddRef();
-    return result;
-}
 
 bool PlatformSmartTeeControlsStreams() {
     IBaseFilter* filter = nullptr;

@@ -21,9 +21,6 @@ namespace qvn_standins {
 // Windows' Smart Tee class, {CC58E280-8AA1-11D1-B3F1-00AA003761C5}.
 extern const CLSID kClsidSmartTee;
 
-// A new stand-in Smart Tee with one reference, as IBaseFilter; null when out of memory.
-IBaseFilter* CreateSmartTeeStandIn();
-
 // True when the platform's Smart Tee (created in-process) answers IAMStreamControl on its "Capture" pin,
 // which the encoder graph needs to end the capture stream.
 bool PlatformSmartTeeControlsStreams();

@@ -3,6 +3,8 @@
 // apartment is invisible to another), revoked by Revoke or at destruction. Not thread-safe.
 #pragma once
 
+#include <new>
+
 #include "dshow/base/class_factory.h"
 
 namespace qvn_standins {
@@ -31,6 +33,19 @@ private:
     bool registered_ = false;
     DWORD cookie_ = 0; // COM's cookies may be 0: registered_ says whether it is valid
 };
+
+// The class factory's creator for a stand-in: no aggregation, and an allocation failure answered as such.
+template <class Filter> CUnknown* CALLBACK CreateStandIn(IUnknown* outer, HRESULT* phr) {
+    if (outer != nullptr) {
+        *phr = CLASS_E_NOAGGREGATION;
+        return nullptr;
+    }
+    CUnknown* filter = new (std::nothrow) Filter(phr);
+    if (filter == nullptr) {
+        *phr = E_OUTOFMEMORY;
+    }
+    return filter;
+}
 
 // True when COM creates the class in-process (as IBaseFilter) without any stand-in of ours.
 bool PlatformCanCreate(REFCLSID clsid);

@@ -3,12 +3,12 @@
 // and regsvr32 /u leaves none of the keys behind. The unload answer is checked on the module loaded here.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "dshow/base/dshow_headers.h"
 #include "dshow/video_source.h"
 #include "host/dshow_standins/file_writer_standin.h"
+#include "tests/dshow/graph_fixture.h"
 #include "tests/dshow/mux/avi_readers.h"
 #include "tests/dshow/push_helpers.h"
 
@@ -19,48 +19,26 @@ const wchar_t kMuxKey[] = L"CLSID\\{3C5D9E27-8A41-4F6B-B0D3-6E2A91C4F705}";
 const wchar_t kFilterKey[] =
     L"CLSID\\{083863F1-70DE-11D0-BD40-00A0C911CE86}\\Instance\\{3C5D9E27-8A41-4F6B-B0D3-6E2A91C4F705}";
 
-// The build tree's module as Wine sees it (drive Z: is the Unix root).
-std::wstring ModulePath() {
-    std::wstring path = L"Z:";
-    for (const char* c = QVN_MODULE_FILE; *c != 0; ++c) {
-        path += *c == '/' ? L'\\' : static_cast<wchar_t>(*c);
-    }
-    return path;
-}
-
 // regsvr32 in a process of its own, as an installer would run it; its exit status.
-DWORD Regsvr32(const wchar_t* options) {
-    std::wstring command = L"regsvr32.exe " + std::wstring(options) + L" \"" + ModulePath() + L"\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process)) {
-        return GetLastError();
-    }
-    WaitForSingleObject(process.hProcess, 30000);
-    DWORD status = 1;
-    GetExitCodeProcess(process.hProcess, &status);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    return status;
+int Regsvr32(const wchar_t* options) {
+    return qvn_test::RunProcess(L"regsvr32.exe " + std::wstring(options) + L" \"" +
+                                    qvn_test::WinePath(QVN_MODULE_FILE) + L"\"",
+                                30000);
 }
 
 // A string value under HKEY_CLASSES_ROOT; "<missing>" when the key or value does not exist.
 std::wstring ReadString(const wchar_t* key, const wchar_t* name) {
     wchar_t value[512];
     DWORD bytes = sizeof(value);
-    if (RegGetValueW(HKEY_CLASSES_ROOT, key, name, RRF_RT_REG_SZ, nullptr, value, &bytes) != ERROR_SUCCESS) {
-        return L"<missing>";
-    }
-    return value;
+    return RegGetValueW(HKEY_CLASSES_ROOT, key, name, RRF_RT_REG_SZ, nullptr, value, &bytes) == ERROR_SUCCESS
+               ? value
+               : L"<missing>";
 }
 
 bool KeyExists(const wchar_t* key) {
     HKEY handle = nullptr;
-    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, key, 0, KEY_READ, &handle) != ERROR_SUCCESS) {
+    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, key, 0, KEY_READ, &handle) != ERROR_SUCCESS)
         return false;
-    }
     RegCloseKey(handle);
     return true;
 }
@@ -98,9 +76,8 @@ bool FindInFilterList(IBaseFilter** made) {
         }
         monikers->Release();
     }
-    if (devices != nullptr) {
+    if (devices != nullptr)
         devices->Release();
-    }
     return found;
 }
 
@@ -110,110 +87,68 @@ AnyFunction Export(HMODULE module, const char* name) {
     return reinterpret_cast<AnyFunction>(GetProcAddress(module, name));
 }
 
-// Ends a hung test within seconds (a class registered wrongly can leave COM waiting on another apartment).
-DWORD WINAPI Watchdog(LPVOID done) {
-    if (WaitForSingleObject(static_cast<HANDLE>(done), 30000) == WAIT_TIMEOUT) {
-        fprintf(stderr, "%s hung\n", ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fflush(stderr);
-        Regsvr32(L"/u /s");
-        TerminateProcess(GetCurrentProcess(), 3);
-    }
-    return 0;
-}
-
-class Registration : public ::testing::Test {
+// A graph for each test (with the fixture's watchdog); whatever happened, the prefix is left unregistered.
+class Registration : public qvn_test::GraphTest {
 protected:
-    void SetUp() override {
-        done_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        watchdog_ = CreateThread(nullptr, 0, Watchdog, done_, 0, nullptr);
-        ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-    }
     void TearDown() override {
-        Regsvr32(L"/u /s"); // whatever happened, the prefix is left clean
-        CoUninitialize();
-        SetEvent(done_);
-        WaitForSingleObject(watchdog_, INFINITE);
-        CloseHandle(watchdog_);
-        CloseHandle(done_);
+        Regsvr32(L"/u /s");
+        GraphTest::TearDown();
     }
 
-private:
-    HANDLE done_ = nullptr;
-    HANDLE watchdog_ = nullptr;
+    // Five 64x8 UYVY frames through mux into a file, which the AVIFile API must read whole.
+    void RunInGraph(IBaseFilter* mux) {
+        qvn_standins::FileWriterStandInRegistration standIn;
+        ASSERT_TRUE(SUCCEEDED(standIn.Register(false)));
+        IBaseFilter* writer = nullptr;
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                         reinterpret_cast<void**>(&writer)));
+        HRESULT hr = S_OK;
+        auto* video = new CVideoSource(&hr);
+        video->AddRef();
+        const CMediaType type = qvn_test::UyvyType(64, 8, 400000);
+        ASSERT_EQ(S_OK, video->Pin()->SetStreamMediaType(&type));
+        ASSERT_EQ(S_OK, graph->AddFilter(video, L"Video Frame Source"));
+        ASSERT_EQ(S_OK, graph->AddFilter(mux, L"AVI Mux"));
+        ASSERT_EQ(S_OK, graph->AddFilter(writer, L"File writer"));
+        IPin* in = qvn_test::FirstPin(mux, PINDIR_INPUT);
+        IPin* out = nullptr;
+        ASSERT_EQ(S_OK, mux->FindPin(L"Output", &out));
+        IPin* sinkIn = qvn_test::FirstPin(writer, PINDIR_INPUT);
+        EXPECT_EQ(S_OK, graph->ConnectDirect(video->Pin(), in, nullptr));
+        EXPECT_EQ(S_OK, graph->ConnectDirect(out, sinkIn, nullptr));
+        for (IPin* pin : {in, out, sinkIn})
+            pin->Release();
+        wchar_t path[MAX_PATH];
+        GetFullPathNameW(L"registered-mux.avi", MAX_PATH, path, nullptr);
+        DeleteFileW(path);
+        IFileSinkFilter* sink = qvn_test::Query<IFileSinkFilter>(writer, IID_IFileSinkFilter);
+        ASSERT_EQ(S_OK, sink->SetFileName(path, nullptr));
+        sink->Release();
+        ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
+        IMediaFilter* clock = qvn_test::Query<IMediaFilter>(graph, IID_IMediaFilter);
+        clock->SetSyncSource(nullptr);
+        clock->Release();
+        ASSERT_TRUE(SUCCEEDED(control->Run()));
+        qvn_test::Produce(video->Pin(), 5, [](int k, BYTE* buffer) {
+            memset(buffer, k + 1, 1024);
+            return DWORD{1024};
+        });
+        EXPECT_TRUE(WaitForEvent(EC_COMPLETE, nullptr, nullptr, 10000));
+        EXPECT_EQ(S_OK, control->Stop());
+        writer->Release();
+        video->Release();
+        const qvn_test::AviFileRead read = qvn_test::ReadWithAviFile(path);
+        ASSERT_EQ(S_OK, read.openResult);
+        ASSERT_EQ(1u, read.stream.size());
+        ASSERT_EQ(5u, read.stream[0].frames.size());
+        for (size_t k = 0; k < 5; ++k)
+            EXPECT_EQ(std::vector<BYTE>(1024, static_cast<BYTE>(k + 1)), read.stream[0].frames[k])
+                << "frame " << k;
+    }
 };
 
-// Five 64x8 UYVY frames through the multiplexer mux into a file, which the AVIFile API must read whole.
-void RunInGraph(IBaseFilter* mux) {
-    qvn_standins::FileWriterStandInRegistration standIn;
-    ASSERT_TRUE(SUCCEEDED(standIn.Register(false)));
-    IGraphBuilder* graph = nullptr;
-    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                                     reinterpret_cast<void**>(&graph)));
-    IBaseFilter* writer = nullptr;
-    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                     reinterpret_cast<void**>(&writer)));
-    HRESULT hr = S_OK;
-    auto* video = new CVideoSource(&hr);
-    video->AddRef();
-    const CMediaType type = qvn_test::UyvyType(64, 8, 400000);
-    ASSERT_EQ(S_OK, video->Pin()->SetStreamMediaType(&type));
-    ASSERT_EQ(S_OK, graph->AddFilter(video, L"Video Frame Source"));
-    ASSERT_EQ(S_OK, graph->AddFilter(mux, L"AVI Mux"));
-    ASSERT_EQ(S_OK, graph->AddFilter(writer, L"File writer"));
-    IPin* in = qvn_test::FirstPin(mux, PINDIR_INPUT);
-    IPin* out = nullptr;
-    ASSERT_EQ(S_OK, mux->FindPin(L"Output", &out));
-    IPin* sinkIn = qvn_test::FirstPin(writer, PINDIR_INPUT);
-    EXPECT_EQ(S_OK, graph->ConnectDirect(video->Pin(), in, nullptr));
-    EXPECT_EQ(S_OK, graph->ConnectDirect(out, sinkIn, nullptr));
-    for (IPin* pin : {in, out, sinkIn}) {
-        pin->Release();
-    }
-    wchar_t path[MAX_PATH];
-    GetFullPathNameW(L"registered-mux.avi", MAX_PATH, path, nullptr);
-    DeleteFileW(path);
-    IFileSinkFilter* sink = qvn_test::Query<IFileSinkFilter>(writer, IID_IFileSinkFilter);
-    ASSERT_EQ(S_OK, sink->SetFileName(path, nullptr));
-    sink->Release();
-    ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
-    IMediaFilter* clock = qvn_test::Query<IMediaFilter>(graph, IID_IMediaFilter);
-    clock->SetSyncSource(nullptr);
-    clock->Release();
-    IMediaControl* control = qvn_test::Query<IMediaControl>(graph, IID_IMediaControl);
-    IMediaEvent* events = qvn_test::Query<IMediaEvent>(graph, IID_IMediaEvent);
-    ASSERT_TRUE(SUCCEEDED(control->Run()));
-    qvn_test::Produce(video->Pin(), 5, [](int k, BYTE* buffer) {
-        memset(buffer, k + 1, 1024);
-        return DWORD{1024};
-    });
-    bool complete = false;
-    for (int tries = 0; tries < 200 && !complete; ++tries) {
-        long code = 0;
-        LONG_PTR p1 = 0, p2 = 0;
-        if (events->GetEvent(&code, &p1, &p2, 50) == S_OK) {
-            events->FreeEventParams(code, p1, p2);
-            complete = code == EC_COMPLETE;
-        }
-    }
-    EXPECT_TRUE(complete);
-    EXPECT_EQ(S_OK, control->Stop());
-    control->Release();
-    events->Release();
-    graph->Release();
-    writer->Release();
-    video->Release();
-    const qvn_test::AviFileRead read = qvn_test::ReadWithAviFile(path);
-    ASSERT_EQ(S_OK, read.openResult);
-    ASSERT_EQ(1u, read.stream.size());
-    ASSERT_EQ(5u, read.stream[0].frames.size());
-    for (size_t k = 0; k < 5; ++k) {
-        EXPECT_EQ(std::vector<BYTE>(1024, static_cast<BYTE>(k + 1)), read.stream[0].frames[k])
-            << "frame " << k;
-    }
-}
-
 TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregisteringRemovesThem) {
-    ASSERT_EQ(0u, Regsvr32(L"/s"));
+    ASSERT_EQ(0, Regsvr32(L"/s"));
     struct Value {
         std::wstring key;
         const wchar_t* name;
@@ -222,7 +157,7 @@ TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregistering
     const std::wstring clsid = L"{3C5D9E27-8A41-4F6B-B0D3-6E2A91C4F705}";
     const Value values[] = {
         {kMuxKey, nullptr, L"CQVNAVIWriter Object"},
-        {std::wstring(kMuxKey) + L"\\InprocServer32", nullptr, ModulePath()},
+        {std::wstring(kMuxKey) + L"\\InprocServer32", nullptr, qvn_test::WinePath(QVN_MODULE_FILE)},
         {std::wstring(kMuxKey) + L"\\InprocServer32", L"ThreadingModel", L"Both"},
         {std::wstring(kMuxKey) + L"\\ProgID", nullptr, L"AVIWriter.QVNAVIWriter.1"},
         {std::wstring(kMuxKey) + L"\\VersionIndependentProgID", nullptr, L"AVIWriter.QVNAVIWriter"},
@@ -232,10 +167,9 @@ TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregistering
         {kFilterKey, L"FriendlyName", L"QVN AVI Mux Filter"},
         {kFilterKey, L"CLSID", clsid},
     };
-    for (const Value& v : values) {
+    for (const Value& v : values)
         EXPECT_EQ(0, _wcsicmp(v.want.c_str(), ReadString(v.key.c_str(), v.name).c_str()))
             << "HKCR\\" << testing::PrintToString(v.key) << " " << (v.name != nullptr ? "value" : "default");
-    }
 
     // By class identifier and by either ProgID.
     for (const wchar_t* progId : {L"AVIWriter.QVNAVIWriter.1", L"AVIWriter.QVNAVIWriter"}) {
@@ -257,14 +191,12 @@ TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregistering
     // Graph tools list it by its display name and create it from the list.
     IBaseFilter* listed = nullptr;
     EXPECT_TRUE(FindInFilterList(&listed));
-    if (listed != nullptr) {
+    if (listed != nullptr)
         listed->Release();
-    }
 
-    ASSERT_EQ(0u, Regsvr32(L"/u /s"));
-    for (const wchar_t* key : {kMuxKey, L"AVIWriter.QVNAVIWriter.1", L"AVIWriter.QVNAVIWriter", kFilterKey}) {
+    ASSERT_EQ(0, Regsvr32(L"/u /s"));
+    for (const wchar_t* key : {kMuxKey, L"AVIWriter.QVNAVIWriter.1", L"AVIWriter.QVNAVIWriter", kFilterKey})
         EXPECT_FALSE(KeyExists(key)) << testing::PrintToString(std::wstring(key));
-    }
     EXPECT_EQ(REGDB_E_CLASSNOTREG, CoCreateInstance(kMux, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
                                                     reinterpret_cast<void**>(&mux)));
     CLSID id{};
@@ -276,7 +208,7 @@ TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregistering
 // object of the module is alive and no client holds a lock.
 TEST(ComServer, ServesTheMultiplexersFactoryAndAnswersUnloadTruthfully) {
     ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-    HMODULE module = LoadLibraryW(ModulePath().c_str());
+    HMODULE module = LoadLibraryW(qvn_test::WinePath(QVN_MODULE_FILE).c_str());
     ASSERT_NE(nullptr, module);
     using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
     using CanUnloadNow = HRESULT(STDAPICALLTYPE*)();

@@ -1,9 +1,10 @@
 // CDShowEncoder driven as the export run drives it, in graphs of the platform's filter graph manager (with
 // the File Writer and Smart Tee stand-ins where Wine's are unfit): the graph it builds and registers, the
-// frame limit its stream controls enforce, the stream header it patches, its audio arithmetic and its
-// failures.
+// frame limit its stream controls enforce, the stream header it patches, its audio arithmetic and failures.
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
@@ -48,16 +49,11 @@ std::vector<std::wstring> GraphEntries() {
     }
     wchar_t pid[32];
     std::swprintf(pid, 32, L"pid %08x", static_cast<unsigned>(GetCurrentProcessId()));
-    IMoniker* moniker = nullptr;
-    while (monikers->Next(1, &moniker, nullptr) == S_OK) {
+    for (IMoniker* moniker = nullptr; monikers->Next(1, &moniker, nullptr) == S_OK; moniker->Release()) {
         LPOLESTR name = nullptr;
-        if (SUCCEEDED(moniker->GetDisplayName(context, nullptr, &name))) {
-            if (std::wcsstr(name, pid) != nullptr) {
-                names.push_back(name);
-            }
-            CoTaskMemFree(name);
-        }
-        moniker->Release();
+        if (SUCCEEDED(moniker->GetDisplayName(context, nullptr, &name)) && std::wcsstr(name, pid) != nullptr)
+            names.push_back(name);
+        CoTaskMemFree(name);
     }
     context->Release();
     monikers->Release();
@@ -69,15 +65,12 @@ std::set<std::wstring> FilterNames(IGraphBuilder* graph) {
     std::set<std::wstring> names;
     IEnumFilters* filters = nullptr;
     graph->EnumFilters(&filters);
-    IBaseFilter* filter = nullptr;
-    while (filters->Next(1, &filter, nullptr) == S_OK) {
+    for (IBaseFilter* filter = nullptr; filters->Next(1, &filter, nullptr) == S_OK; filter->Release()) {
         FILTER_INFO info{};
         filter->QueryFilterInfo(&info);
         names.insert(info.achName);
-        if (info.pGraph != nullptr) {
+        if (info.pGraph != nullptr)
             info.pGraph->Release();
-        }
-        filter->Release();
     }
     filters->Release();
     return names;
@@ -126,11 +119,10 @@ TEST_F(DShowEncoderTest, InitialiseAnswersForEachSourceAndTarget) {
         // Wine has no DV encoder and none stands in here.
         {"DV without a DV encoder", &rgb, &dv, 1001, 99},
     };
-    for (const Case& c : cases) {
-        CDShowEncoder encoder;
-        EXPECT_EQ(c.expected, encoder.Initialise(c.source, c.target, 1, 30000, c.scale, 4, 0, nullptr))
+    for (const Case& c : cases)
+        EXPECT_EQ(c.expected,
+                  CDShowEncoder().Initialise(c.source, c.target, 1, 30000, c.scale, 4, 0, nullptr))
             << c.what;
-    }
 }
 
 TEST_F(DShowEncoderTest, GraphIsNamedAndRegisteredForItsLifetime) {
@@ -196,22 +188,17 @@ TEST_F(DShowEncoderTest, FinishWritesTheFrameLimitAndPatchesTheHeader) {
     EXPECT_EQ(0u, file.streams[0].quality);
     const auto frames = file.Entries(0);
     ASSERT_EQ(static_cast<size_t>(kLimit), frames.size());
-    for (int k = 0; k < kLimit; ++k) {
+    for (int k = 0; k < kLimit; ++k)
         EXPECT_EQ(0x40 + k, frames[k]->payload.at(0)) << "frame " << k;
-    }
     // Audio blocks that start by the last frame's start time are written whole; later ones are not.
     size_t audioBytes = 0;
-    for (const auto* entry : file.Entries(1)) {
+    for (const auto* entry : file.Entries(1))
         audioBytes += entry->size;
-    }
     EXPECT_EQ(static_cast<size_t>(kLimit) * 1601 * 4, audioBytes);
-    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    ASSERT_NE(INVALID_HANDLE_VALUE, h);
-    BYTE tail[40];
-    DWORD got = 0;
-    SetFilePointer(h, -40, nullptr, FILE_END);
-    ReadFile(h, tail, sizeof(tail), &got, nullptr);
-    CloseHandle(h);
+    std::ifstream in(path.c_str(), std::ios::binary);
+    char tail[40] = {};
+    ASSERT_TRUE(in.seekg(-40, std::ios::end).read(tail, sizeof(tail)));
+    in.close();
     EXPECT_EQ(0, std::memcmp(tail, "RIFF", 4));
     EXPECT_EQ(0, std::memcmp(tail + 32, "\0\0\0\x0a\0\0\0\x0b", 8))
         << "numerator and denominator, big-endian";

@@ -19,118 +19,17 @@
 
 namespace {
 
-// A Unix path as Wine's Z: drive sees it.
-std::wstring WinePath(const char* unixPath) {
-    std::wstring path = L"Z:";
-    for (const char* c = unixPath; *c != 0; ++c)
-        path += *c == '/' ? L'\\' : static_cast<wchar_t>(*c);
-    return path;
-}
+using ExportReadersTest = qvn_test::GraphTest;
 
 // Runs qvnhost.exe with the arguments; its exit status, or -1 when it did not end within two minutes.
 int RunHost(const std::wstring& arguments) {
-    std::wstring line = L"\"" + WinePath(QVN_TEST_QVNHOST) + L"\" " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process))
-        return -2;
-    DWORD status = 0;
-    const bool ended = WaitForSingleObject(process.hProcess, 120000) == WAIT_OBJECT_0;
-    if (!ended)
-        TerminateProcess(process.hProcess, 1);
-    GetExitCodeProcess(process.hProcess, &status);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    return ended ? static_cast<int>(status) : -1;
+    return qvn_test::RunProcess(L"\"" + qvn_test::WinePath(QVN_TEST_QVNHOST) + L"\" " + arguments, 120000);
 }
 
-struct Case {
-    const wchar_t* codec;
-    LONG width, height;
-    const wchar_t* audio; // qvnhost's --audio
-    WORD channels;        // 0: no audio stream
-    WORD bitCount;
-    DWORD frameBytes;
-    bool splitter; // whether Wine's AVI splitter has a media type for the video
-};
-
-using ExportReadersTest = qvn_test::GraphTest;
-
-TEST_F(ExportReadersTest, EveryFrameAndSampleOfEachUncompressedCodeReachesThePlatformsReaders) {
-    constexpr LONG kFrames = 30; // at 29.97: 30 x 1601.6 = 48048 sample frames exactly
-    constexpr DWORD kSampleFrames = 48048;
-    const Case cases[] = {
-        {L"UYVY", 720, 486, L"5.1", 6, 16, 720 * 486 * 2, true},
-        {L"HDYC", 1280, 720, L"stereo", 2, 16, 1280 * 720 * 2, true},
-        {L"v210", 1920, 1080, L"none", 0, 20, 1920 / 48 * 128 * 1080, false},
-        {L"r210", 640, 360, L"mono", 1, 30, 640 * 4 * 360, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << std::string(c.codec, c.codec + 4));
-        wchar_t dir[MAX_PATH];
-        GetTempPathW(MAX_PATH, dir);
-        const std::wstring path = std::wstring(dir) + L"qvn-readers-" + c.codec + L".avi";
-        DeleteFileW(path.c_str());
-        const std::wstring size = std::to_wstring(c.width) + L"x" + std::to_wstring(c.height);
-        ASSERT_EQ(RunHost(L"export --codec " + std::wstring(c.codec) + L" --size " + size +
-                          L" --rate 29.97 --frames " + std::to_wstring(kFrames) + L" --audio " + c.audio +
-                          L" --sample-type 16 --out \"" + path + L"\""),
-                  0);
-        const DWORD code =
-            c.codec[0] | c.codec[1] << 8 | c.codec[2] << 16 | static_cast<DWORD>(c.codec[3]) << 24;
-        const DWORD blockAlign = c.channels * 2u;
-
-        const qvn_test::AviFileRead file = qvn_test::ReadWithAviFile(path);
-        ASSERT_EQ(file.openResult, S_OK);
-        ASSERT_EQ(file.stream.size(), c.channels != 0 ? 2u : 1u);
-        const qvn_test::AviFileStream& video = file.stream[0];
-        EXPECT_EQ(video.fccType, streamtypeVIDEO);
-        EXPECT_EQ(video.rate, 30000u);
-        EXPECT_EQ(video.scale, 1001u);
-        EXPECT_EQ(video.streamLength, kFrames);
-        ASSERT_GE(video.format.size(), sizeof(BITMAPINFOHEADER));
-        const auto* bitmap = reinterpret_cast<const BITMAPINFOHEADER*>(video.format.data());
-        EXPECT_EQ(bitmap->biCompression, code);
-        EXPECT_EQ(bitmap->biWidth, c.width);
-        EXPECT_EQ(bitmap->biHeight, c.height);
-        EXPECT_EQ(bitmap->biBitCount, c.bitCount);
-        ASSERT_EQ(video.frames.size(), static_cast<size_t>(kFrames));
-        for (const std::vector<BYTE>& frame : video.frames)
-            ASSERT_EQ(frame.size(), c.frameBytes);
-        if (c.channels != 0) {
-            const qvn_test::AviFileStream& audio = file.stream[1];
-            EXPECT_EQ(audio.fccType, streamtypeAUDIO);
-            ASSERT_GE(audio.format.size(), 16u);
-            const auto* wave = reinterpret_cast<const WAVEFORMATEX*>(audio.format.data());
-            EXPECT_EQ(wave->nChannels, c.channels);
-            EXPECT_EQ(wave->nSamplesPerSec, 48000u);
-            EXPECT_EQ(wave->nBlockAlign, blockAlign);
-            EXPECT_EQ(audio.samples.size(), size_t{kSampleFrames} * blockAlign);
-        }
-
-        // The splitter delivers the same frames, byte for byte, and the same samples. Wine's offers no media
-        // type for v210 and r210 video, which Windows' does; if that changes, this says so.
-        const qvn_test::PlaybackRead play = qvn_test::PlayWithAviSplitter(path);
-        if (!c.splitter) {
-            EXPECT_EQ(play.result, VFW_E_NO_ACCEPTABLE_TYPES) << play.problem;
-            DeleteFileW(path.c_str());
-            continue;
-        }
-        ASSERT_EQ(play.result, S_OK) << play.problem;
-        ASSERT_EQ(play.streams.size(), file.stream.size());
-        ASSERT_EQ(play.streams[0].samples.size(), static_cast<size_t>(kFrames));
-        for (size_t i = 0; i < video.frames.size(); ++i)
-            ASSERT_EQ(play.streams[0].samples[i].bytes, video.frames[i]) << "frame " << i;
-        if (c.channels != 0) {
-            std::vector<BYTE> samples;
-            for (const qvn_test::ReceivedSample& s : play.streams[1].samples)
-                samples.insert(samples.end(), s.bytes.begin(), s.bytes.end());
-            EXPECT_EQ(samples, file.stream[1].samples);
-        }
-        DeleteFileW(path.c_str());
-    }
+std::wstring TempPath(const wchar_t* name) {
+    wchar_t dir[MAX_PATH];
+    GetTempPathW(MAX_PATH, dir);
+    return std::wstring(dir) + name;
 }
 
 // How often a byte pattern occurs.
@@ -142,79 +41,130 @@ size_t Count(const std::vector<BYTE>& bytes, std::initializer_list<BYTE> pattern
     return n;
 }
 
-// Motion JPEG and DV through their encoder filters (the stand-ins qvnhost.exe registers where the machine
-// has none): the stream header carries the quality the module chose, PAL frames for 576 lines, and the wide
-// DV fix where the pixel aspect asks for it.
-TEST_F(ExportReadersTest, EachCompressedCodeGoesThroughItsEncoderToThePlatformsReaders) {
-    struct Compressed {
-        const wchar_t* options;
-        DWORD code, rate, scale, quality;
-        LONG frames, width, height;
-        WORD channels;
-        DWORD dvFrameBytes; // 0: Motion JPEG, frames vary
-        bool wide;
-    };
-    const Compressed cases[] = {
-        {L"--codec MJPG --size 1920x1080 --rate 29.97 --audio stereo", QVN::MakeFourCC("MJPG"), 30000, 1001,
-         9000, 30, 1920, 1080, 2, 0, false},
-        {L"--codec MJPG --size 720x480 --rate 25 --audio 5.1", QVN::MakeFourCC("MJPG"), 25, 1, 9800, 25, 720,
-         480, 6, 0, false},
-        {L"--codec dvsd --size 720x480 --rate 29.97 --aspect NTSC --audio none", QVN::MakeFourCC("dvsd"),
-         30000, 1001, 0, 30, 720, 480, 0, 120000, false},
-        {L"--codec dvsd --size 720x576 --rate 25 --aspect \"PAL wide\" --audio stereo",
-         QVN::MakeFourCC("dvsd"), 25, 1, 0, 25, 720, 576, 2, 144000, true},
-    };
-    wchar_t dir[MAX_PATH];
-    GetTempPathW(MAX_PATH, dir);
-    const std::wstring path = std::wstring(dir) + L"qvn-readers-compressed.avi";
-    for (const Compressed& c : cases) {
-        SCOPED_TRACE(testing::Message() << std::string(c.options, c.options + std::wcslen(c.options)));
-        DeleteFileW(path.c_str());
-        ASSERT_EQ(RunHost(L"export " + std::wstring(c.options) + L" --frames " + std::to_wstring(c.frames) +
-                          L" --out \"" + path + L"\""),
-                  0);
-        const qvn_test::AviFileRead file = qvn_test::ReadWithAviFile(path);
-        ASSERT_EQ(file.openResult, S_OK);
-        ASSERT_EQ(file.stream.size(), c.channels != 0 ? 2u : 1u);
-        const qvn_test::AviFileStream& video = file.stream[0];
-        EXPECT_EQ(video.rate, c.rate);
-        EXPECT_EQ(video.scale, c.scale);
+// Each code through the module's graph: the uncompressed ones straight into the multiplexer, Motion JPEG and
+// DV through their encoder filters (the stand-ins qvnhost.exe registers where the machine has none). For
+// those the stream header carries the quality the module chose, PAL frames for 576 lines, and the wide DV
+// fix where the pixel aspect asks for it. Wine's AVI splitter offers no media type for v210, r210, Motion
+// JPEG or DV video (Windows' does); if that changes, this says so. ffmpeg decodes every frame of those in
+// the cross-target comparison.
+struct ExportCase {
+    const char* name;
+    const wchar_t* options;
+    DWORD code, rate, scale;
+    LONG frames, width, height;
+    WORD channels, bitCount; // bitCount 0: compressed
+    DWORD frameBytes;        // 0: Motion JPEG, frames vary
+    DWORD quality;           // compressed only
+    bool wide, splitter;     // splitter: whether Wine's AVI splitter has a media type for the video
+};
+
+class ExportReadersCodeTest : public ExportReadersTest, public ::testing::WithParamInterface<ExportCase> {};
+
+TEST_P(ExportReadersCodeTest, EveryFrameAndSampleReachesThePlatformsReaders) {
+    const ExportCase& c = GetParam();
+    const std::wstring path = TempPath(L"qvn-readers.avi");
+    DeleteFileW(path.c_str());
+    ASSERT_EQ(RunHost(L"export " + std::wstring(c.options) + L" --sample-type 16 --frames " +
+                      std::to_wstring(c.frames) + L" --out \"" + path + L"\""),
+              0);
+    const bool compressed = c.bitCount == 0;
+    const qvn_test::AviFileRead file = qvn_test::ReadWithAviFile(path);
+    ASSERT_EQ(file.openResult, S_OK);
+    ASSERT_EQ(file.stream.size(), c.channels != 0 ? 2u : 1u);
+    const qvn_test::AviFileStream& video = file.stream[0];
+    EXPECT_EQ(video.fccType, streamtypeVIDEO);
+    EXPECT_EQ(video.rate, c.rate);
+    EXPECT_EQ(video.scale, c.scale);
+    EXPECT_EQ(video.streamLength, c.frames);
+    if (compressed) {
         EXPECT_EQ(video.quality, c.quality);
-        EXPECT_EQ(video.sampleSize, c.dvFrameBytes) << "Motion JPEG frames vary in size";
-        EXPECT_EQ(video.streamLength, c.frames);
-        ASSERT_GE(video.format.size(), sizeof(BITMAPINFOHEADER));
-        const auto* bitmap = reinterpret_cast<const BITMAPINFOHEADER*>(video.format.data());
-        EXPECT_EQ(bitmap->biCompression, c.code);
-        EXPECT_EQ(bitmap->biWidth, c.width);
-        EXPECT_EQ(bitmap->biHeight, c.height);
-        ASSERT_EQ(video.frames.size(), static_cast<size_t>(c.frames));
-        for (size_t i = 0; i < video.frames.size(); ++i) {
-            const std::vector<BYTE>& frame = video.frames[i];
-            SCOPED_TRACE(testing::Message() << "frame " << i);
-            if (c.dvFrameBytes == 0) { // a whole JPEG picture: start and end of image
-                ASSERT_GT(frame.size(), 4u);
-                EXPECT_TRUE(frame[0] == 0xFF && frame[1] == 0xD8 && frame[frame.size() - 2] == 0xFF &&
-                            frame.back() == 0xD9);
-                continue;
-            }
-            ASSERT_EQ(frame.size(), c.dvFrameBytes);
-            EXPECT_EQ(frame[0], 0x1F) << "a DIF header block first";
-            EXPECT_EQ(frame[3] >> 7, c.height == 576 ? 1 : 0) << "the 625-line flag";
-            // The fix turns the 4:3 video control packs into 16:9 ones, every one of them.
-            EXPECT_EQ(Count(frame, {0xC8, 0xFC, 0xFF}) == 0, c.wide);
-            EXPECT_EQ(Count(frame, {0xCF, 0xFD, 0xFF}) != 0, c.wide);
-        }
-        if (c.channels != 0) {
-            const auto* wave = reinterpret_cast<const WAVEFORMATEX*>(file.stream[1].format.data());
-            EXPECT_EQ(wave->nChannels, c.channels);
-            EXPECT_EQ(file.stream[1].samples.size(),
-                      size_t{48000} * c.scale * static_cast<size_t>(c.frames) / c.rate * c.channels * 2);
-        }
-        // Wine's AVI splitter offers no media type for Motion JPEG or DV video (Windows' does); if that
-        // changes, this says so. ffmpeg decodes every frame in the cross-target comparison.
-        EXPECT_EQ(qvn_test::PlayWithAviSplitter(path).result, VFW_E_NO_ACCEPTABLE_TYPES);
+        EXPECT_EQ(video.sampleSize, c.frameBytes) << "Motion JPEG frames vary in size";
     }
-    // A frame size the DV encoder does not take: the graph cannot be built, and no file is started.
+    ASSERT_GE(video.format.size(), sizeof(BITMAPINFOHEADER));
+    const auto* bitmap = reinterpret_cast<const BITMAPINFOHEADER*>(video.format.data());
+    EXPECT_EQ(bitmap->biCompression, c.code);
+    EXPECT_EQ(bitmap->biWidth, c.width);
+    EXPECT_EQ(bitmap->biHeight, c.height);
+    if (!compressed) {
+        EXPECT_EQ(bitmap->biBitCount, c.bitCount);
+    }
+    ASSERT_EQ(video.frames.size(), static_cast<size_t>(c.frames));
+    for (size_t i = 0; i < video.frames.size(); ++i) {
+        const std::vector<BYTE>& frame = video.frames[i];
+        SCOPED_TRACE(testing::Message() << "frame " << i);
+        if (c.frameBytes == 0) { // a whole JPEG picture: start and end of image
+            ASSERT_GT(frame.size(), 4u);
+            EXPECT_TRUE(frame[0] == 0xFF && frame[1] == 0xD8 && frame[frame.size() - 2] == 0xFF &&
+                        frame.back() == 0xD9);
+            continue;
+        }
+        ASSERT_EQ(frame.size(), c.frameBytes);
+        if (!compressed)
+            continue;
+        EXPECT_EQ(frame[0], 0x1F) << "a DIF header block first";
+        EXPECT_EQ(frame[3] >> 7, c.height == 576 ? 1 : 0) << "the 625-line flag";
+        // The fix turns the 4:3 video control packs into 16:9 ones, every one of them.
+        EXPECT_EQ(Count(frame, {0xC8, 0xFC, 0xFF}) == 0, c.wide);
+        EXPECT_EQ(Count(frame, {0xCF, 0xFD, 0xFF}) != 0, c.wide);
+    }
+    if (c.channels != 0) {
+        const qvn_test::AviFileStream& audio = file.stream[1];
+        EXPECT_EQ(audio.fccType, streamtypeAUDIO);
+        ASSERT_GE(audio.format.size(), 16u);
+        const auto* wave = reinterpret_cast<const WAVEFORMATEX*>(audio.format.data());
+        EXPECT_EQ(wave->nChannels, c.channels);
+        EXPECT_EQ(wave->nSamplesPerSec, 48000u);
+        EXPECT_EQ(wave->nBlockAlign, c.channels * 2u);
+        EXPECT_EQ(audio.samples.size(),
+                  size_t{48000} * c.scale * static_cast<size_t>(c.frames) / c.rate * c.channels * 2);
+    }
+    // The splitter delivers the same frames, byte for byte, and the same samples.
+    const qvn_test::PlaybackRead play = qvn_test::PlayWithAviSplitter(path);
+    if (!c.splitter) {
+        EXPECT_EQ(play.result, VFW_E_NO_ACCEPTABLE_TYPES) << play.problem;
+        return;
+    }
+    ASSERT_EQ(play.result, S_OK) << play.problem;
+    ASSERT_EQ(play.streams.size(), file.stream.size());
+    ASSERT_EQ(play.streams[0].samples.size(), static_cast<size_t>(c.frames));
+    for (size_t i = 0; i < video.frames.size(); ++i)
+        ASSERT_EQ(play.streams[0].samples[i].bytes, video.frames[i]) << "frame " << i;
+    if (c.channels != 0) {
+        std::vector<BYTE> samples;
+        for (const qvn_test::ReceivedSample& s : play.streams[1].samples)
+            samples.insert(samples.end(), s.bytes.begin(), s.bytes.end());
+        EXPECT_EQ(samples, file.stream[1].samples);
+    }
+}
+
+// At 29.97, 30 frames hold 30 x 1601.6 = 48048 sample frames exactly.
+INSTANTIATE_TEST_SUITE_P(
+    Codes, ExportReadersCodeTest,
+    ::testing::Values(
+        ExportCase{"UYVY_5_1", L"--codec UYVY --size 720x486 --rate 29.97 --audio 5.1",
+                   QVN::MakeFourCC("UYVY"), 30000, 1001, 30, 720, 486, 6, 16, 720 * 486 * 2, 0, false, true},
+        ExportCase{"HDYC_stereo", L"--codec HDYC --size 1280x720 --rate 29.97 --audio stereo",
+                   QVN::MakeFourCC("HDYC"), 30000, 1001, 30, 1280, 720, 2, 16, 1280 * 720 * 2, 0, false,
+                   true},
+        ExportCase{"v210_no_audio", L"--codec v210 --size 1920x1080 --rate 29.97 --audio none",
+                   QVN::MakeFourCC("v210"), 30000, 1001, 30, 1920, 1080, 0, 20, 1920 / 48 * 128 * 1080, 0,
+                   false, false},
+        ExportCase{"r210_mono", L"--codec r210 --size 640x360 --rate 29.97 --audio mono",
+                   QVN::MakeFourCC("r210"), 30000, 1001, 30, 640, 360, 1, 30, 640 * 4 * 360, 0, false, false},
+        ExportCase{"MJPG_1080_stereo", L"--codec MJPG --size 1920x1080 --rate 29.97 --audio stereo",
+                   QVN::MakeFourCC("MJPG"), 30000, 1001, 30, 1920, 1080, 2, 0, 0, 9000, false, false},
+        ExportCase{"MJPG_480_5_1", L"--codec MJPG --size 720x480 --rate 25 --audio 5.1",
+                   QVN::MakeFourCC("MJPG"), 25, 1, 25, 720, 480, 6, 0, 0, 9800, false, false},
+        ExportCase{"dvsd_NTSC", L"--codec dvsd --size 720x480 --rate 29.97 --aspect NTSC --audio none",
+                   QVN::MakeFourCC("dvsd"), 30000, 1001, 30, 720, 480, 0, 0, 120000, 0, false, false},
+        ExportCase{"dvsd_PAL_wide",
+                   L"--codec dvsd --size 720x576 --rate 25 --aspect \"PAL wide\" --audio stereo",
+                   QVN::MakeFourCC("dvsd"), 25, 1, 25, 720, 576, 2, 0, 144000, 0, true, false}),
+    [](const ::testing::TestParamInfo<ExportCase>& p) { return std::string(p.param.name); });
+
+// A frame size the DV encoder does not take: the graph cannot be built, and no file is started.
+TEST_F(ExportReadersTest, ADvFrameSizeTheEncoderRefusesStartsNoFile) {
+    const std::wstring path = TempPath(L"qvn-readers-refused.avi");
     DeleteFileW(path.c_str());
     EXPECT_EQ(RunHost(L"export --codec dvsd --size 720x486 --frames 5 --out \"" + path + L"\""), 1);
     EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
@@ -223,15 +173,14 @@ TEST_F(ExportReadersTest, EachCompressedCodeGoesThroughItsEncoderToThePlatformsR
 // Seeded runs through the graph, each with one event at a random frame: qvnhost.exe always ends, with 0 or
 // the module's failure (1), never a crash or a hang, and a file left behind opens with every frame whole.
 TEST(ExportThroughTheGraph, CancelSuspendAndRenderFailuresAtRandomFramesEndCleanly) {
+    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))); // as the other tests' thread
     std::uint64_t state = 20261125;
     auto next = [&state](std::uint64_t bound) {
         state = state * 6364136223846793005ULL + 1442695040888963407ULL;
         return static_cast<LONG>((state >> 33) % bound);
     };
     const wchar_t* options[] = {L"--cancel-at", L"--suspend-at", L"--fail-render-at"};
-    wchar_t dir[MAX_PATH];
-    GetTempPathW(MAX_PATH, dir);
-    const std::wstring path = std::wstring(dir) + L"qvn-graph-stress.avi";
+    const std::wstring path = TempPath(L"qvn-graph-stress.avi");
     for (int run = 0; run < 16; ++run) {
         const int kind = next(3);
         const LONG frames = 20 + next(50);
@@ -271,6 +220,7 @@ TEST(ExportThroughTheGraph, CancelSuspendAndRenderFailuresAtRandomFramesEndClean
             ASSERT_EQ(frame.size(), frameBytes);
     }
     DeleteFileW(path.c_str());
+    CoUninitialize();
 }
 
 } // namespace

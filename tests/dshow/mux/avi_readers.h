@@ -1,6 +1,6 @@
-// Independent readers of the files the multiplexer writes: a RIFF walk of our own (the avih stream count,
-// each stream's strh and strf, and the legacy idx1 index with the payload each entry points at), the
-// platform's AVIFile API, and a playback graph of the platform's AVI splitter into recording renderers.
+// Independent readers of the files the multiplexer writes: a RIFF walk of our own (the avih counts, each
+// stream's strh and strf, and the idx1 index with the payload each entry points at), the platform's AVIFile
+// API, and a playback graph of the platform's AVI splitter into recording renderers.
 #pragma once
 
 #include <cstdint>
@@ -11,20 +11,24 @@
 
 namespace qvn_test {
 
+// A Unix path as Wine's Z: drive sees it.
+std::wstring WinePath(const char* unixPath);
+
+// Runs a command line in a process of its own: its exit status, -1 when it did not end within ms (it is then
+// ended), -2 when it could not start.
+int RunProcess(std::wstring commandLine, DWORD ms);
+
 // The filter's first pin of that direction, with a reference; null when it has none.
 IPin* FirstPin(IBaseFilter* filter, PIN_DIRECTION direction);
 
 struct RiffStream {
-    std::uint32_t fccType = 0;
-    std::uint32_t rate = 0, scale = 0, length = 0, quality = 0;
+    std::uint32_t fccType = 0, rate = 0, scale = 0, quality = 0;
     std::vector<std::uint8_t> format; // the strf payload
 };
 
 struct RiffIndexEntry {
-    std::uint32_t chunkId = 0;
-    std::uint32_t offset = 0; // as stored (from "movi" or from the file's start)
-    std::uint32_t size = 0;
-    std::vector<std::uint8_t> payload; // the bytes the entry points at
+    std::uint32_t chunkId = 0, offset = 0, size = 0; // offset as stored (from "movi" or the file's start)
+    std::vector<std::uint8_t> payload;               // the bytes the entry points at
 };
 
 struct RiffFile {
@@ -40,7 +44,7 @@ struct RiffFile {
 RiffFile WalkRiff(const std::wstring& path);
 
 struct AviFileStream {
-    DWORD fccType = 0, rate = 0, scale = 0, length = 0, quality = 0, sampleSize = 0;
+    DWORD fccType = 0, rate = 0, scale = 0, quality = 0, sampleSize = 0;
     LONG streamLength = -1; // AVIStreamLength
     std::vector<BYTE> format;
     std::vector<std::vector<BYTE>> frames; // video: each frame read with AVIStreamRead

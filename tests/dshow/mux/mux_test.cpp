@@ -1,10 +1,10 @@
-// CQVNAVIWriter in real graphs made by the platform's filter graph manager: our push sources (or a scripted
-// source for exact stamps) into the multiplexer, the multiplexer into the File Writer created by
-// CoCreateInstance(CLSID_FileWriter) with the host's stand-in registered where the platform's cannot tell
-// its file name. Every file is read back by readers we did not write the writer for: a RIFF walk, the
-// platform's AVIFile API and a playback graph through the platform's AVI splitter. The files of the
-// read-back cases stay in mux-out/ beside the program, each with a NAME.expect and the raw video and audio
-// it must decode to, for read_back.sh (ffprobe and ffmpeg on the Linux side).
+// CQVNAVIWriter in real graphs of the platform's filter graph manager: our push sources (or a scripted source
+// for exact stamps) into the multiplexer, into the File Writer (the host's stand-in where the platform's
+// cannot tell its file name). Files are read back by a RIFF walk of our own, the platform's AVIFile API and
+// its AVI splitter; the read-back files stay in mux-out/ with NAME.expect and the raw video and audio they
+// must decode to, for read_back.sh (ffprobe and ffmpeg on the Linux side).
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -26,62 +26,43 @@
 namespace {
 
 using qvn_test::FirstPin;
-
-constexpr REFERENCE_TIME kFrame = 333667; // 29.97 frames per second
-constexpr REFERENCE_TIME kNoTime = 0x7FFFFFFFFFFFFFFF;
-
 using qvn_test::Query;
 using qvn_test::UyvyType;
 
+constexpr REFERENCE_TIME kFrame = 333667; // 29.97 frames per second
+
 // Frame k: its number in the first four bytes, then a pattern that differs from frame to frame.
-BYTE FrameByte(int k, DWORD i) {
-    return i < 4 ? static_cast<BYTE>(static_cast<unsigned>(k) >> (8 * i)) : static_cast<BYTE>(k * 13 + i * 7);
-}
 std::vector<BYTE> Frame(int k, DWORD bytes) {
     std::vector<BYTE> frame(bytes);
-    for (DWORD i = 0; i < bytes; ++i) {
-        frame[i] = FrameByte(k, i);
-    }
+    for (DWORD i = 0; i < bytes; ++i)
+        frame[i] = static_cast<BYTE>(i < 4 ? static_cast<unsigned>(k) >> (8 * i) : k * 13 + i * 7);
     return frame;
 }
-int FrameNumber(const std::vector<BYTE>& payload) {
-    if (payload.size() < 4) {
-        return -1;
-    }
-    return payload[0] | payload[1] << 8 | payload[2] << 16 | payload[3] << 24;
+
+// Sample frame f, channel c (in the producer's order), appended as bytes-wide little-endian.
+void PutSample(std::vector<BYTE>& out, long long f, int c, int bytes) {
+    const auto v = static_cast<std::uint32_t>(f * 97 + c * 5003 + (f >> 3) * 1237);
+    for (int b = 0; b < bytes; ++b)
+        out.push_back(static_cast<BYTE>(v >> (8 * b)));
 }
 
-// The sample of sample frame f, channel c (in the producer's order), as bytes-wide little-endian.
-std::uint32_t AudioValue(long long f, int c) {
-    return static_cast<std::uint32_t>(f * 97 + c * 5003 + (f >> 3) * 1237);
+std::wstring Wide(const std::string& s) {
+    return std::wstring(s.begin(), s.end());
 }
 
 std::wstring OutDir() {
     wchar_t cwd[MAX_PATH] = {};
     GetCurrentDirectoryW(MAX_PATH, cwd);
-    std::wstring dir = std::wstring(cwd) + L"\\mux-out";
+    const std::wstring dir = std::wstring(cwd) + L"\\mux-out";
     CreateDirectoryW(dir.c_str(), nullptr);
     return dir;
 }
 
-void WriteBytes(const std::wstring& path, const std::vector<BYTE>& bytes) {
-    HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(INVALID_HANDLE_VALUE, file);
-    DWORD written = 0;
-    if (!bytes.empty()) {
-        WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-    }
-    CloseHandle(file);
-    ASSERT_EQ(bytes.size(), written);
-}
-
-// NAME.expect (shell-readable key=value lines), NAME.video.raw and NAME.audio.raw for read_back.sh.
-void WriteExpectation(const std::wstring& base, const std::string& lines, const std::vector<BYTE>& video,
-                      const std::vector<BYTE>& audio) {
-    WriteBytes(base + L".video.raw", video);
-    WriteBytes(base + L".audio.raw", audio);
-    WriteBytes(base + L".expect", std::vector<BYTE>(lines.begin(), lines.end()));
+void WriteBytes(const std::wstring& path, const std::string& bytes) {
+    FILE* file = _wfopen(path.c_str(), L"wb");
+    ASSERT_NE(nullptr, file);
+    EXPECT_EQ(bytes.size(), fwrite(bytes.data(), 1, bytes.size(), file));
+    fclose(file);
 }
 
 struct Event {
@@ -89,39 +70,49 @@ struct Event {
     LONG_PTR p1, p2;
 };
 
-// A source whose one pin delivers UYVY frames stamped exactly as the test says: frame k of the script
-// starts at starts[k] and lasts one frame, and carries Frame(k).
+// What a file must hold: its video frames by number in index order (a repeat names its frame again), and
+// its audio bytes in the file's channel order, written in the given number of chunks.
+struct Expected {
+    std::string name;
+    std::vector<int> order;
+    LONG width = 0, height = 0;
+    DWORD rate = 0, scale = 0;
+    std::vector<BYTE> audio;
+    WORD channels = 0, bits = 0;
+    DWORD sampleRate = 0;
+    int blocks = 0;
+};
+
+// A source whose one pin delivers UYVY frames stamped exactly as the test says: frame k starts at
+// starts[k], lasts one frame and carries Frame(k).
 class CScriptedStream : public CSourceStream {
 public:
     CScriptedStream(HRESULT* phr, CSource* filter) : CSourceStream(L"scripted stream", phr, filter, L"Out") {}
 
     std::vector<REFERENCE_TIME> starts;
     CMediaType type = UyvyType(64, 8, kFrame);
-    ALLOCATOR_PROPERTIES requested{}, granted{};
+    ALLOCATOR_PROPERTIES requested{};
     volatile LONG next = 0;
 
     HRESULT GetMediaType(CMediaType* mt) override { return mt->Set(type); }
     HRESULT DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* request) override {
         requested = *request;
-        ALLOCATOR_PROPERTIES wanted = *request;
+        ALLOCATOR_PROPERTIES wanted = *request, granted{};
         wanted.cBuffers = wanted.cBuffers > 0 ? wanted.cBuffers : 4;
         wanted.cbBuffer = wanted.cbBuffer > 0 ? wanted.cbBuffer : static_cast<LONG>(type.GetSampleSize());
         const HRESULT hr = allocator->SetProperties(&wanted, &granted);
         return FAILED(hr) ? hr : (granted.cbBuffer < wanted.cbBuffer ? E_FAIL : S_OK);
     }
     HRESULT FillBuffer(IMediaSample* sample) override {
-        if (next >= static_cast<LONG>(starts.size())) {
+        if (next >= static_cast<LONG>(starts.size()))
             return S_FALSE;
-        }
-        const int k = next;
-        InterlockedIncrement(&next);
+        const int k = InterlockedIncrement(&next) - 1;
         BYTE* data = nullptr;
         sample->GetPointer(&data);
         const std::vector<BYTE> frame = Frame(k, type.GetSampleSize());
         memcpy(data, frame.data(), frame.size());
         sample->SetActualDataLength(static_cast<LONG>(frame.size()));
-        REFERENCE_TIME start = starts[static_cast<size_t>(k)];
-        REFERENCE_TIME stop = start + kFrame;
+        REFERENCE_TIME start = starts[static_cast<size_t>(k)], stop = start + kFrame;
         sample->SetTime(&start, &stop);
         sample->SetSyncPoint(TRUE);
         return S_OK;
@@ -140,9 +131,8 @@ class MuxTest : public qvn_test::GraphTest {
 protected:
     void SetUp() override {
         GraphTest::SetUp();
-        if (HasFatalFailure()) {
+        if (HasFatalFailure())
             return;
-        }
         ASSERT_TRUE(SUCCEEDED(standIn_.Register(false)));
         HRESULT hr = E_FAIL;
         mux = static_cast<CQVNAVIWriter*>(CQVNAVIWriter::CreateInstance(nullptr, &hr));
@@ -163,15 +153,13 @@ protected:
     }
 
     void ReleaseFilters() override {
-        for (IUnknown* object :
-             {static_cast<IUnknown*>(sink), static_cast<IUnknown*>(writerState),
-              static_cast<IUnknown*>(fileWriter), static_cast<IUnknown*>(muxFilter),
-              static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
-              static_cast<IUnknown*>(static_cast<IBaseFilter*>(audio)), static_cast<IUnknown*>(scripted)}) {
-            if (object != nullptr) {
+        for (IUnknown* object : {static_cast<IUnknown*>(sink), static_cast<IUnknown*>(writerState),
+                                 static_cast<IUnknown*>(fileWriter), static_cast<IUnknown*>(muxFilter),
+                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
+                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(audio)),
+                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(scripted))})
+            if (object != nullptr)
                 object->Release();
-            }
-        }
         EXPECT_EQ(S_OK, standIn_.Revoke());
     }
 
@@ -184,44 +172,37 @@ protected:
         in->Release();
     }
 
-    // Connects out to the multiplexer's spare input pin (always the last one).
-    void ConnectInput(IPin* out) {
+    // A new source in the graph, its pin connected to the multiplexer's spare input pin (always the last).
+    template <class Source> Source* AddSource(const wchar_t* name, const std::function<IPin*(Source*)>& pin) {
+        HRESULT hr = S_OK;
+        auto* source = new Source(&hr);
+        source->AddRef();
+        EXPECT_EQ(S_OK, hr);
+        EXPECT_EQ(S_OK, graph->AddFilter(source, name));
         const int spare = mux->InputPinCount() - 1;
-        ASSERT_FALSE(mux->InputPin(spare)->IsConnected());
-        ASSERT_EQ(S_OK, graph->ConnectDirect(out, mux->InputPin(spare), nullptr));
+        EXPECT_FALSE(mux->InputPin(spare)->IsConnected());
+        EXPECT_EQ(S_OK, graph->ConnectDirect(pin(source), mux->InputPin(spare), nullptr));
+        return source;
     }
-
     void AddVideo(LONG width, LONG height, REFERENCE_TIME perFrame) {
-        HRESULT hr = S_OK;
-        video = new CVideoSource(&hr);
-        video->AddRef();
-        ASSERT_EQ(S_OK, hr);
-        ASSERT_EQ(S_OK, graph->AddFilter(video, L"Video Frame Source"));
-        const CMediaType type = UyvyType(width, height, perFrame);
-        ASSERT_EQ(S_OK, video->Pin()->SetStreamMediaType(&type));
-        ConnectInput(video->Pin());
+        video = AddSource<CVideoSource>(L"Video Frame Source", [&](CVideoSource* s) {
+            const CMediaType type = UyvyType(width, height, perFrame);
+            EXPECT_EQ(S_OK, s->Pin()->SetStreamMediaType(&type));
+            return s->Pin();
+        });
     }
-
     void AddAudio(WORD channels, DWORD rate, WORD bits) {
-        HRESULT hr = S_OK;
-        audio = new CAudioSource(&hr);
-        audio->AddRef();
-        ASSERT_EQ(S_OK, hr);
-        ASSERT_EQ(S_OK, graph->AddFilter(audio, L"Audio Frame Source"));
-        ASSERT_EQ(S_OK, audio->Pin()->SetAudioFormat(channels, rate, bits, WAVE_FORMAT_PCM));
-        ConnectInput(audio->Pin());
+        audio = AddSource<CAudioSource>(L"Audio Frame Source", [&](CAudioSource* s) {
+            EXPECT_EQ(S_OK, s->Pin()->SetAudioFormat(channels, rate, bits, WAVE_FORMAT_PCM));
+            return s->Pin();
+        });
     }
-
     void AddScripted(std::vector<REFERENCE_TIME> starts) {
-        HRESULT hr = S_OK;
-        auto* source = new CScriptedSource(&hr);
-        scripted = source;
-        scripted->AddRef();
-        ASSERT_EQ(S_OK, hr);
-        script = source->stream;
-        script->starts = std::move(starts);
-        ASSERT_EQ(S_OK, graph->AddFilter(scripted, L"Scripted Source"));
-        ConnectInput(script);
+        scripted = AddSource<CScriptedSource>(L"Scripted Source", [&](CScriptedSource* s) {
+            s->stream->starts = std::move(starts);
+            return s->stream;
+        });
+        script = scripted->stream;
     }
 
     void SetFile(const std::wstring& path) {
@@ -230,34 +211,22 @@ protected:
         ASSERT_EQ(S_OK, sink->SetMode(AM_FILE_OVERWRITE));
     }
 
-    static void Produce(CPushSourcePin* pin, int count, const std::function<DWORD(int, BYTE*)>& fill) {
-        qvn_test::Produce(pin, count, fill);
-    }
-
     // Every event until one of code arrives (included) or the time-out.
     std::vector<Event> EventsUntil(long code, DWORD ms = 10000) {
         std::vector<Event> seen;
-        const DWORD deadline = GetTickCount() + ms;
-        while (static_cast<LONG>(deadline - GetTickCount()) > 0) {
+        for (const DWORD deadline = GetTickCount() + ms; static_cast<LONG>(deadline - GetTickCount()) > 0;) {
             Event e{};
-            if (events->GetEvent(&e.code, &e.p1, &e.p2, 20) != S_OK) {
+            if (events->GetEvent(&e.code, &e.p1, &e.p2, 20) != S_OK)
                 continue;
-            }
             events->FreeEventParams(e.code, e.p1, e.p2);
             seen.push_back(e);
-            if (e.code == code) {
+            if (e.code == code)
                 break;
-            }
         }
         return seen;
     }
     static bool Has(const std::vector<Event>& seen, long code) {
-        for (const Event& e : seen) {
-            if (e.code == code) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(seen.begin(), seen.end(), [code](const Event& e) { return e.code == code; });
     }
 
     QVNAVIWriterState State() {
@@ -270,6 +239,140 @@ protected:
         EXPECT_EQ(S_OK, writerState->GetStreamState(stream, &state));
         return state;
     }
+    std::wstring FileName() {
+        LPOLESTR name = nullptr;
+        EXPECT_EQ(S_OK, writerState->GetFileName(&name));
+        const std::wstring result = name != nullptr ? name : L"<none>";
+        CoTaskMemFree(name);
+        return result;
+    }
+
+    // The stopped graph's file, base + ".avi", against e: the writer's counts, our RIFF walk, the AVIFile
+    // API and the AVI splitter; then NAME.expect and the raw streams for read_back.sh.
+    void ReadBack(const std::wstring& base, const Expected& e) {
+        const std::wstring path = base + L".avi";
+        const bool hasVideo = !e.order.empty(), hasAudio = e.channels > 0;
+        const ULONG streams = (hasVideo ? 1u : 0u) + (hasAudio ? 1u : 0u), audioStream = hasVideo ? 1 : 0;
+        const DWORD frameBytes = static_cast<DWORD>(e.width * e.height * 2);
+        std::vector<BYTE> entries, distinct, bitmapHeader, waveFormat; // video by index entry, by chunk
+        std::string pts;
+        for (size_t i = 0; i < e.order.size(); ++i) {
+            const std::vector<BYTE> frame = Frame(e.order[i], frameBytes);
+            entries.insert(entries.end(), frame.begin(), frame.end());
+            if (i == 0 || e.order[i] != e.order[i - 1]) {
+                // ffmpeg's reading: each chunk once, at the time of its first index entry.
+                distinct.insert(distinct.end(), frame.begin(), frame.end());
+                pts += (i == 0 ? "" : " ") + std::to_string(i);
+            }
+        }
+        const ULONG chunks = static_cast<ULONG>(distinct.size() / (frameBytes == 0 ? 1 : frameBytes));
+        // The connection formats the file must carry.
+        AM_MEDIA_TYPE mt{};
+        if (hasVideo) {
+            ASSERT_EQ(S_OK, mux->InputPin(0)->ConnectionMediaType(&mt));
+            const auto* bih =
+                reinterpret_cast<const BYTE*>(&reinterpret_cast<VIDEOINFOHEADER*>(mt.pbFormat)->bmiHeader);
+            bitmapHeader.assign(bih, bih + sizeof(BITMAPINFOHEADER));
+            FreeMediaType(mt);
+            const QVNAVIStreamState s = StreamState(0);
+            EXPECT_EQ(chunks, s.chunksWritten);
+            EXPECT_EQ(e.order.size() - chunks, s.repeatsWritten);
+            EXPECT_EQ(0, s.pin);
+        }
+        if (hasAudio) {
+            ASSERT_EQ(S_OK, mux->InputPin(audioStream)->ConnectionMediaType(&mt));
+            const bool extensible =
+                reinterpret_cast<WAVEFORMATEX*>(mt.pbFormat)->wFormatTag == WAVE_FORMAT_EXTENSIBLE;
+            waveFormat.assign(mt.pbFormat, mt.pbFormat + (extensible ? sizeof(WAVEFORMATEXTENSIBLE)
+                                                                     : sizeof(WAVEFORMATEX)));
+            FreeMediaType(mt);
+            const QVNAVIStreamState s = StreamState(audioStream);
+            EXPECT_EQ(static_cast<ULONG>(e.blocks), s.chunksWritten);
+            EXPECT_EQ(e.audio.size(), s.bytesWritten);
+            EXPECT_EQ(static_cast<LONG>(audioStream), s.pin);
+        }
+
+        // 1. Our own RIFF walk: headers, formats, and the payload of every idx1 entry.
+        const qvn_test::RiffFile riff = qvn_test::WalkRiff(path);
+        ASSERT_TRUE(riff.valid) << riff.problem;
+        EXPECT_EQ(streams, riff.avihStreams);
+        ASSERT_EQ(streams, riff.streams.size());
+        if (hasVideo) {
+            EXPECT_EQ(e.order.size(), riff.avihFrames);
+            EXPECT_EQ(bitmapHeader, riff.streams[0].format);
+            const auto index = riff.Entries(0);
+            ASSERT_EQ(e.order.size(), index.size());
+            for (size_t i = 0; i < index.size(); ++i) {
+                ASSERT_EQ(Frame(e.order[i], frameBytes), index[i]->payload) << "entry " << i;
+                if (i > 0) {
+                    EXPECT_EQ(e.order[i] == e.order[i - 1], index[i]->offset == index[i - 1]->offset)
+                        << "entry " << i << ": a repeat, and only a repeat, points at the previous chunk";
+                }
+            }
+        }
+        if (hasAudio) {
+            EXPECT_EQ(waveFormat, riff.streams[audioStream].format);
+            std::vector<BYTE> all;
+            for (const auto* entry : riff.Entries(audioStream))
+                all.insert(all.end(), entry->payload.begin(), entry->payload.end());
+            EXPECT_TRUE(all == e.audio) << "audio bytes through idx1";
+        }
+
+        // 2. The platform's AVIFile API. Wine's cannot open an audio-only file: avih is zero by design but
+        // for the stream count, so without AVIF_HASINDEX it scans the movi list for chunks and gives up at
+        // the JUNK padding (AVIERR_BADFORMAT). ffprobe and the splitter read those files.
+        if (hasVideo) {
+            const qvn_test::AviFileRead avifile = qvn_test::ReadWithAviFile(path);
+            ASSERT_EQ(S_OK, avifile.openResult);
+            ASSERT_EQ(streams, avifile.streams);
+            const qvn_test::AviFileStream& v = avifile.stream[0];
+            EXPECT_EQ(MAKEFOURCC('v', 'i', 'd', 's'), v.fccType);
+            EXPECT_EQ(e.rate, v.rate);
+            EXPECT_EQ(e.scale, v.scale);
+            EXPECT_EQ(static_cast<LONG>(e.order.size()), v.streamLength);
+            EXPECT_EQ(bitmapHeader, v.format);
+            ASSERT_EQ(e.order.size(), v.frames.size());
+            for (size_t i = 0; i < e.order.size(); ++i)
+                ASSERT_EQ(Frame(e.order[i], frameBytes), v.frames[i]) << "AVIStreamRead of entry " << i;
+            if (hasAudio) {
+                const qvn_test::AviFileStream& a = avifile.stream[1];
+                EXPECT_EQ(MAKEFOURCC('a', 'u', 'd', 's'), a.fccType);
+                EXPECT_EQ(e.sampleRate, a.rate);
+                EXPECT_EQ(1u, a.scale);
+                EXPECT_EQ(static_cast<LONG>(e.audio.size() / (e.channels * e.bits / 8)), a.streamLength);
+                EXPECT_EQ(waveFormat, a.format);
+                EXPECT_TRUE(a.samples == e.audio) << "AVIStreamRead of every sample";
+            }
+        }
+
+        // 3. The platform's AVI splitter in a playback graph.
+        const qvn_test::PlaybackRead played = qvn_test::PlayWithAviSplitter(path);
+        ASSERT_EQ(S_OK, played.result) << played.problem;
+        ASSERT_EQ(streams, played.streams.size());
+        for (const qvn_test::PlaybackStream& s : played.streams) {
+            std::vector<BYTE> all;
+            for (const qvn_test::ReceivedSample& sample : s.samples)
+                all.insert(all.end(), sample.bytes.begin(), sample.bytes.end());
+            const bool isVideo = IsEqualGUID(s.majortype, MEDIATYPE_Video);
+            if (isVideo) {
+                EXPECT_EQ(e.order.size(), s.samples.size());
+            }
+            EXPECT_TRUE(all == (isVideo ? entries : e.audio)) << "the splitter's samples, video " << isVideo;
+            EXPECT_EQ(1, s.endOfStreams);
+        }
+
+        const std::string samples =
+            hasAudio ? std::to_string(e.audio.size() / (e.channels * e.bits / 8)) : "0";
+        WriteBytes(base + L".video.raw", std::string(distinct.begin(), distinct.end()));
+        WriteBytes(base + L".audio.raw", std::string(e.audio.begin(), e.audio.end()));
+        WriteBytes(base + L".expect",
+                   "name=" + e.name + "\nvideo_frames=" + std::to_string(e.order.size()) + "\nvideo_pts=\"" +
+                       pts + "\"\nwidth=" + std::to_string(e.width) + "\nheight=" + std::to_string(e.height) +
+                       "\nvideo_rate=" + std::to_string(e.rate) + "/" + std::to_string(e.scale) +
+                       "\naudio_samples=" + samples + "\nchannels=" + std::to_string(e.channels) +
+                       "\nsample_rate=" + std::to_string(e.sampleRate) + "\naudio_format=s" +
+                       std::to_string(e.bits) + "le\n");
+    }
 
     CQVNAVIWriter* mux = nullptr;
     IBaseFilter* muxFilter = nullptr;
@@ -278,7 +381,7 @@ protected:
     IQVNAVIWriter* writerState = nullptr;
     CVideoSource* video = nullptr;
     CAudioSource* audio = nullptr;
-    IBaseFilter* scripted = nullptr;
+    CScriptedSource* scripted = nullptr;
     CScriptedStream* script = nullptr;
     qvn_standins::FileWriterStandInRegistration standIn_;
 };
@@ -332,36 +435,31 @@ TEST_F(MuxTest, FileWriterInUseReportsItsNameTypeAndModeAsWindowsOneDoes) {
     in->Release();
 }
 
+// Whether CLSID_FileWriter makes the stand-in: while registered or forced, yes; after the revocation, the
+// platform's own (Wine's has no IFileSinkFilter2).
 TEST_F(MuxTest, StandInIsRegisteredOnlyWhereThePlatformsWriterCannotTellItsNameOrWhenForced) {
     const bool registered = standIn_.Registered();
     ASSERT_EQ(S_OK, standIn_.Revoke());
     EXPECT_FALSE(standIn_.Registered());
-    // Asked with the stand-in revoked: while registered, CLSID_FileWriter makes the stand-in.
     const bool fit = qvn_standins::PlatformFileWriterReportsName();
     EXPECT_EQ(!fit, registered) << "the fixture registered the stand-in exactly when the platform's is unfit";
-    IBaseFilter* made = nullptr;
-    if (SUCCEEDED(CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                   reinterpret_cast<void**>(&made)))) {
-        IFileSinkFilter2* platform = Query<IFileSinkFilter2>(made, IID_IFileSinkFilter2);
-        if (!fit) {
-            EXPECT_EQ(nullptr, platform)
-                << "after the revocation, the platform's own (Wine's has no IFileSinkFilter2)";
-        }
-        if (platform != nullptr) {
-            platform->Release();
-        }
+    auto madeHasSink = [](IBaseFilter* made) {
+        IFileSinkFilter2* sink2 = Query<IFileSinkFilter2>(made, IID_IFileSinkFilter2);
+        if (sink2 != nullptr)
+            sink2->Release();
         made->Release();
-    }
+        return sink2 != nullptr;
+    };
+    IBaseFilter* made = nullptr;
+    const bool created = SUCCEEDED(CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER,
+                                                    IID_IBaseFilter, reinterpret_cast<void**>(&made)));
+    const bool platformsHasSink = created && madeHasSink(made);
+    EXPECT_TRUE(fit || !platformsHasSink) << "after the revocation, the platform's own";
     qvn_standins::FileWriterStandInRegistration forced;
     ASSERT_EQ(S_OK, forced.Register(true));
     ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
                                      reinterpret_cast<void**>(&made)));
-    IFileSinkFilter2* second = Query<IFileSinkFilter2>(made, IID_IFileSinkFilter2);
-    EXPECT_NE(nullptr, second) << "forced: the stand-in";
-    if (second != nullptr) {
-        second->Release();
-    }
-    made->Release();
+    EXPECT_TRUE(madeHasSink(made)) << "forced: the stand-in";
     EXPECT_EQ(S_OK, forced.Revoke());
 }
 
@@ -410,9 +508,8 @@ TEST_F(MuxTest, KeepsOneSpareInputAndAnswersTypesRequirementsAndInterfaces) {
     pins->Next(8, all, &got);
     pins->Release();
     EXPECT_EQ(4u, got) << "enumerators see the added pins";
-    for (ULONG i = 0; i < got; ++i) {
+    for (ULONG i = 0; i < got; ++i)
         all[i]->Release();
-    }
 
     // Allocator requirements: 30 buffers of the connection's sample size, 4096-aligned; our push sources
     // impose their own allocator all the same.
@@ -462,39 +559,23 @@ class MuxFileTest : public MuxTest, public ::testing::WithParamInterface<FileCas
 
 TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
     const FileCase& c = GetParam();
-    const bool hasVideo = c.frames > 0, hasAudio = c.channels > 0;
     ConnectOutput();
-    if (hasVideo) {
+    if (c.frames > 0)
         AddVideo(c.width, c.height, c.perFrame);
-    }
-    if (hasAudio) {
+    if (c.channels > 0)
         AddAudio(c.channels, c.sampleRate, c.bits);
-    }
     ASSERT_FALSE(HasFatalFailure());
-    const std::wstring base = OutDir() + L"\\" + std::wstring(c.name, c.name + strlen(c.name));
-    const std::wstring path = base + L".avi";
-    SetFile(path);
-
-    const DWORD frameBytes = static_cast<DWORD>(c.width * c.height * 2);
-    const int bytesPerSample = c.bits / 8;
-    const DWORD blockAlign = static_cast<DWORD>(c.channels * bytesPerSample);
-    std::vector<BYTE> expectedVideo, expectedAudio;
-    for (int k = 0; k < c.frames; ++k) {
-        const std::vector<BYTE> frame = Frame(k, frameBytes);
-        expectedVideo.insert(expectedVideo.end(), frame.begin(), frame.end());
-    }
+    const std::wstring base = OutDir() + L"\\" + Wide(c.name);
+    SetFile(base + L".avi");
+    Expected e{c.name, {},         c.width, c.height,     c.rate,  c.scale,
+               {},     c.channels, c.bits,  c.sampleRate, c.blocks};
+    for (int k = 0; k < c.frames; ++k)
+        e.order.push_back(k);
     // The producer's 5.1 order is L, R, Ls, Rs, C, LFE; the file's L, R, C, LFE, Ls, Rs.
     static const int kFileToProducer[6] = {0, 1, 4, 5, 2, 3};
-    const long long totalSamples = static_cast<long long>(c.blockFrames) * c.blocks;
-    for (long long f = 0; f < totalSamples; ++f) {
-        for (int ch = 0; ch < c.channels; ++ch) {
-            const std::uint32_t v = AudioValue(f, c.channels == 6 ? kFileToProducer[ch] : ch);
-            for (int b = 0; b < bytesPerSample; ++b) {
-                expectedAudio.push_back(static_cast<BYTE>(v >> (8 * b)));
-            }
-        }
-    }
-
+    for (long long f = 0; f < static_cast<long long>(c.blockFrames) * c.blocks; ++f)
+        for (int ch = 0; ch < c.channels; ++ch)
+            PutSample(e.audio, f, c.channels == 6 ? kFileToProducer[ch] : ch, c.bits / 8);
     if (video != nullptr) {
         ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
     }
@@ -503,164 +584,34 @@ TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
     }
     ASSERT_TRUE(SUCCEEDED(control->Run()));
     EXPECT_TRUE(State().fileOpen);
-    if (hasVideo) {
-        Produce(video->Pin(), c.frames, [&](int k, BYTE* buffer) {
-            const std::vector<BYTE> frame = Frame(k, frameBytes);
-            memcpy(buffer, frame.data(), frame.size());
+    const DWORD frameBytes = static_cast<DWORD>(c.width * c.height * 2);
+    if (video != nullptr)
+        qvn_test::Produce(video->Pin(), c.frames, [&](int k, BYTE* buffer) {
+            memcpy(buffer, Frame(k, frameBytes).data(), frameBytes);
             return frameBytes;
         });
-    }
-    if (hasAudio) {
-        Produce(audio->Pin(), c.blocks, [&](int k, BYTE* buffer) {
-            for (int f = 0; f < c.blockFrames; ++f) {
-                for (int ch = 0; ch < c.channels; ++ch) {
-                    const std::uint32_t v = AudioValue(static_cast<long long>(k) * c.blockFrames + f, ch);
-                    for (int b = 0; b < bytesPerSample; ++b) {
-                        *buffer++ = static_cast<BYTE>(v >> (8 * b));
-                    }
-                }
-            }
-            return static_cast<DWORD>(c.blockFrames) * blockAlign;
+    if (audio != nullptr)
+        qvn_test::Produce(audio->Pin(), c.blocks, [&](int k, BYTE* buffer) {
+            std::vector<BYTE> block;
+            for (long long f = 0; f < c.blockFrames; ++f)
+                for (int ch = 0; ch < c.channels; ++ch)
+                    PutSample(block, static_cast<long long>(k) * c.blockFrames + f, ch, c.bits / 8);
+            memcpy(buffer, block.data(), block.size());
+            return static_cast<DWORD>(block.size());
         });
-    }
     const std::vector<Event> seen = EventsUntil(EC_COMPLETE);
     ASSERT_TRUE(Has(seen, EC_COMPLETE)) << "every stream ended, so the File Writer completed";
     EXPECT_FALSE(Has(seen, EC_ERRORABORT));
-    const ULONG streams = (hasVideo ? 1u : 0u) + (hasAudio ? 1u : 0u);
     QVNAVIWriterState state = State();
-    EXPECT_EQ(streams, state.streams);
+    EXPECT_EQ((c.frames > 0 ? 1u : 0u) + (c.channels > 0 ? 1u : 0u), state.streams);
     EXPECT_EQ(0u, state.openStreams);
     EXPECT_EQ(0u, state.dropped);
     ASSERT_EQ(S_OK, control->Stop());
     state = State();
     EXPECT_FALSE(state.fileOpen);
     EXPECT_EQ(S_OK, state.error);
-    LPOLESTR name = nullptr;
-    ASSERT_EQ(S_OK, writerState->GetFileName(&name));
-    EXPECT_EQ(path, std::wstring(name)) << "the path came from the File Writer";
-    CoTaskMemFree(name);
-    const ULONG videoStream = 0, audioStream = hasVideo ? 1 : 0;
-    if (hasVideo) {
-        const QVNAVIStreamState s = StreamState(videoStream);
-        EXPECT_EQ(static_cast<ULONG>(c.frames), s.chunksWritten);
-        EXPECT_EQ(0u, s.repeatsWritten);
-        EXPECT_EQ(0, s.pin);
-    }
-    if (hasAudio) {
-        const QVNAVIStreamState s = StreamState(audioStream);
-        EXPECT_EQ(static_cast<ULONG>(c.blocks), s.chunksWritten);
-        EXPECT_EQ(expectedAudio.size(), s.bytesWritten);
-        EXPECT_EQ(hasVideo ? 1 : 0, s.pin);
-    }
-
-    // The connection formats the file must carry.
-    AM_MEDIA_TYPE videoMt{}, audioMt{};
-    std::vector<BYTE> bitmapHeader, waveFormat;
-    if (hasVideo) {
-        ASSERT_EQ(S_OK, mux->InputPin(0)->ConnectionMediaType(&videoMt));
-        const auto* vih = reinterpret_cast<const VIDEOINFOHEADER*>(videoMt.pbFormat);
-        bitmapHeader.assign(reinterpret_cast<const BYTE*>(&vih->bmiHeader),
-                            reinterpret_cast<const BYTE*>(&vih->bmiHeader) + sizeof(BITMAPINFOHEADER));
-        FreeMediaType(videoMt);
-    }
-    if (hasAudio) {
-        ASSERT_EQ(S_OK, mux->InputPin(hasVideo ? 1 : 0)->ConnectionMediaType(&audioMt));
-        const auto* wave = reinterpret_cast<const WAVEFORMATEX*>(audioMt.pbFormat);
-        const size_t size =
-            wave->wFormatTag == WAVE_FORMAT_EXTENSIBLE ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX);
-        waveFormat.assign(audioMt.pbFormat, audioMt.pbFormat + size);
-        FreeMediaType(audioMt);
-    }
-
-    // 1. Our own RIFF walk: headers, formats, and every idx1 entry's payload.
-    const qvn_test::RiffFile riff = qvn_test::WalkRiff(path);
-    ASSERT_TRUE(riff.valid) << riff.problem;
-    EXPECT_EQ(streams, riff.avihStreams);
-    ASSERT_EQ(streams, riff.streams.size());
-    if (hasVideo) {
-        EXPECT_EQ(static_cast<std::uint32_t>(c.frames), riff.avihFrames);
-        EXPECT_EQ(bitmapHeader, riff.streams[videoStream].format);
-        const auto entries = riff.Entries(videoStream);
-        ASSERT_EQ(static_cast<size_t>(c.frames), entries.size());
-        for (int k = 0; k < c.frames; ++k) {
-            ASSERT_EQ(Frame(k, frameBytes), entries[static_cast<size_t>(k)]->payload) << "frame " << k;
-        }
-    }
-    if (hasAudio) {
-        EXPECT_EQ(waveFormat, riff.streams[audioStream].format);
-        std::vector<BYTE> all;
-        for (const auto* entry : riff.Entries(audioStream)) {
-            all.insert(all.end(), entry->payload.begin(), entry->payload.end());
-        }
-        EXPECT_TRUE(all == expectedAudio) << "audio bytes through idx1";
-    }
-
-    // 2. The platform's AVIFile API. Wine's cannot open an audio-only file: the design leaves avih zero but
-    // for the stream count, so without AVIF_HASINDEX it scans the movi list for chunks and gives up at the
-    // JUNK padding (AVIERR_BADFORMAT). ffprobe and the splitter read those files.
-    const qvn_test::AviFileRead avifile = qvn_test::ReadWithAviFile(path);
-    if (!hasVideo) {
-        printf("AVIFile API skipped for an audio-only file (answered 0x%08lx)\n",
-               static_cast<unsigned long>(avifile.openResult));
-    } else {
-        ASSERT_EQ(S_OK, avifile.openResult);
-    }
-    if (hasVideo) {
-        ASSERT_EQ(streams, avifile.streams);
-    }
-    if (hasVideo) {
-        const qvn_test::AviFileStream& s = avifile.stream[videoStream];
-        EXPECT_EQ(MAKEFOURCC('v', 'i', 'd', 's'), s.fccType);
-        EXPECT_EQ(c.rate, s.rate);
-        EXPECT_EQ(c.scale, s.scale);
-        EXPECT_EQ(c.frames, s.streamLength);
-        EXPECT_EQ(bitmapHeader, s.format);
-        ASSERT_EQ(static_cast<size_t>(c.frames), s.frames.size());
-        for (int k = 0; k < c.frames; ++k) {
-            ASSERT_EQ(Frame(k, frameBytes), s.frames[static_cast<size_t>(k)])
-                << "AVIStreamRead of frame " << k;
-        }
-    }
-    if (hasAudio && hasVideo) {
-        const qvn_test::AviFileStream& s = avifile.stream[audioStream];
-        EXPECT_EQ(MAKEFOURCC('a', 'u', 'd', 's'), s.fccType);
-        EXPECT_EQ(c.sampleRate, s.rate);
-        EXPECT_EQ(1u, s.scale);
-        EXPECT_EQ(totalSamples, s.streamLength);
-        EXPECT_EQ(waveFormat, s.format);
-        EXPECT_TRUE(s.samples == expectedAudio) << "AVIStreamRead of every sample";
-    }
-
-    // 3. The platform's AVI splitter in a playback graph.
-    const qvn_test::PlaybackRead played = qvn_test::PlayWithAviSplitter(path);
-    ASSERT_EQ(S_OK, played.result) << played.problem;
-    ASSERT_EQ(streams, played.streams.size());
-    for (const qvn_test::PlaybackStream& s : played.streams) {
-        std::vector<BYTE> all;
-        for (const qvn_test::ReceivedSample& sample : s.samples) {
-            all.insert(all.end(), sample.bytes.begin(), sample.bytes.end());
-        }
-        if (IsEqualGUID(s.majortype, MEDIATYPE_Video)) {
-            EXPECT_EQ(static_cast<size_t>(c.frames), s.samples.size());
-            EXPECT_TRUE(all == expectedVideo) << "the splitter's video samples";
-        } else {
-            EXPECT_TRUE(all == expectedAudio) << "the splitter's audio samples";
-        }
-        EXPECT_EQ(1, s.endOfStreams);
-    }
-
-    std::string pts;
-    for (int k = 0; k < c.frames; ++k) {
-        pts += (k == 0 ? "" : " ") + std::to_string(k);
-    }
-    std::string lines = "name=" + std::string(c.name) + "\nvideo_frames=" + std::to_string(c.frames) +
-                        "\nvideo_pts=\"" + pts + "\"" + "\nwidth=" + std::to_string(c.width) +
-                        "\nheight=" + std::to_string(c.height) + "\nvideo_rate=" + std::to_string(c.rate) +
-                        "/" + std::to_string(c.scale) + "\naudio_samples=" + std::to_string(totalSamples) +
-                        "\nchannels=" + std::to_string(c.channels) +
-                        "\nsample_rate=" + std::to_string(c.sampleRate) + "\naudio_format=s" +
-                        std::to_string(c.bits) + "le\n";
-    WriteExpectation(base, lines, expectedVideo, expectedAudio);
+    EXPECT_EQ(base + L".avi", FileName()) << "the path came from the File Writer";
+    ReadBack(base, e);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -672,175 +623,105 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<FileCase>& p) { return std::string(p.param.name); });
 
 // ---------------------------------------------------------------------------------------------------------
-// Gaps in the video stamps become repeat entries pointing at the previous frame.
+// Six scripted frames: a gap in the stamps between frames 2 and 3 becomes repeat entries pointing at the
+// previous frame, and the input pin's own stream control gates frames and sends each event once.
 
-struct GapCase {
+struct Gate { // a call before the run: StopAt (with discard) when stop, else StartAt
+    bool stop;
+    const REFERENCE_TIME* time;
+    BOOL discard;
+    DWORD cookie;
+};
+
+struct ScriptCase {
     const char* name;
     REFERENCE_TIME gap; // between frame 2's stop and frame 3's start
-    int repeats;
+    std::vector<Gate> gates;
+    AM_STREAM_INFO info;       // GetInfo after the gates
+    std::vector<int> order;    // the index entries: frame numbers, a repeat names its frame again
+    std::vector<Event> events; // stream-control events (p1 is checked to be the pin)
 };
 
-class MuxGapTest : public MuxTest, public ::testing::WithParamInterface<GapCase> {};
+class MuxScriptTest : public MuxTest, public ::testing::WithParamInterface<ScriptCase> {};
 
-TEST_P(MuxGapTest, RepeatEntriesPointAtThePreviousFrame) {
-    const GapCase& c = GetParam();
+TEST_P(MuxScriptTest, FramesReachTheFileAsStampedRepeatedAndGated) {
+    const ScriptCase& c = GetParam();
     ConnectOutput();
-    AddScripted({0, kFrame, 2 * kFrame, 3 * kFrame + c.gap, 4 * kFrame + c.gap});
+    AddScripted({0, kFrame, 2 * kFrame, 3 * kFrame + c.gap, 4 * kFrame + c.gap, 5 * kFrame + c.gap});
     ASSERT_FALSE(HasFatalFailure());
-    const std::wstring base = OutDir() + L"\\gap_" + std::wstring(c.name, c.name + strlen(c.name));
-    SetFile(base + L".avi");
-    ASSERT_TRUE(SUCCEEDED(control->Run()));
-    ASSERT_TRUE(Has(EventsUntil(EC_COMPLETE), EC_COMPLETE));
-    ASSERT_EQ(S_OK, control->Stop());
-    EXPECT_EQ(30, script->requested.cBuffers) << "the multiplexer's requirements reach the upstream pin";
-    EXPECT_EQ(4096, script->requested.cbAlign);
-    // (The platform's memory allocator aligns its block, not each buffer: alignment is not checked here.)
-    EXPECT_EQ(static_cast<ULONG>(c.repeats), StreamState(0).repeatsWritten);
-    EXPECT_EQ(5u, StreamState(0).chunksWritten);
-
-    // Expected index: frames 0, 1, 2, then 2 repeated, then 3, 4.
-    std::vector<int> order = {0, 1, 2};
-    order.insert(order.end(), static_cast<size_t>(c.repeats), 2);
-    order.push_back(3);
-    order.push_back(4);
-    const qvn_test::RiffFile riff = qvn_test::WalkRiff(base + L".avi");
-    ASSERT_TRUE(riff.valid) << riff.problem;
-    const auto entries = riff.Entries(0);
-    ASSERT_EQ(order.size(), entries.size());
-    std::vector<BYTE> expectedVideo;
-    std::string pts;
-    for (size_t i = 0; i < order.size(); ++i) {
-        EXPECT_EQ(order[i], FrameNumber(entries[i]->payload)) << "entry " << i;
-        if (i > 0 && order[i] == order[i - 1]) {
-            EXPECT_EQ(entries[i - 1]->offset, entries[i]->offset) << "a repeat points at the previous chunk";
-        } else if (i > 0) {
-            EXPECT_NE(entries[i - 1]->offset, entries[i]->offset);
-        }
-        if (i == 0 || order[i] != order[i - 1]) {
-            // ffmpeg's reading: each chunk once, at the time of its first index entry.
-            const std::vector<BYTE> frame = Frame(order[i], 64 * 8 * 2);
-            expectedVideo.insert(expectedVideo.end(), frame.begin(), frame.end());
-            pts += (i == 0 ? "" : " ") + std::to_string(i);
-        }
-    }
-    EXPECT_EQ(order.size(), riff.avihFrames);
-    const qvn_test::AviFileRead avifile = qvn_test::ReadWithAviFile(base + L".avi");
-    ASSERT_EQ(S_OK, avifile.openResult);
-    ASSERT_EQ(1u, avifile.streams);
-    EXPECT_EQ(static_cast<LONG>(order.size()), avifile.stream[0].streamLength);
-    for (size_t i = 0; i < avifile.stream[0].frames.size() && i < order.size(); ++i) {
-        EXPECT_EQ(order[i], FrameNumber(avifile.stream[0].frames[i])) << "AVIStreamRead of entry " << i;
-    }
-    const std::string lines = std::string("name=gap_") + c.name +
-                              "\nvideo_frames=" + std::to_string(order.size()) + "\nvideo_pts=\"" + pts +
-                              "\"\nwidth=64\nheight=8\nvideo_rate=30000/1001\naudio_samples=0\nchannels=0\n"
-                              "sample_rate=0\naudio_format=none\n";
-    WriteExpectation(base, lines, expectedVideo, {});
-}
-
-INSTANTIATE_TEST_SUITE_P(Gaps, MuxGapTest,
-                         ::testing::Values(GapCase{"three_frames", 3 * kFrame, 3},
-                                           GapCase{"three_frames_and_a_bit", 3 * kFrame + 5, 3},
-                                           GapCase{"just_under_three", 3 * kFrame - 1, 2},
-                                           GapCase{"ten_units", 10, 0}, GapCase{"eleven_units", 11, 0},
-                                           GapCase{"none", 0, 0}),
-                         [](const ::testing::TestParamInfo<GapCase>& p) {
-                             return std::string(p.param.name);
-                         });
-
-// ---------------------------------------------------------------------------------------------------------
-// The input pin's own stream control, on six frames stamped k x kFrame.
-
-struct ControlCase {
-    const char* name;
-    std::function<void(IAMStreamControl*)> setup;
-    AM_STREAM_INFO info;         // GetInfo after the setup
-    std::vector<int> written;    // the frames that reach the file
-    std::vector<Event> expected; // stream-control events (p1 is checked to be the pin)
-};
-
-class MuxControlTest : public MuxTest, public ::testing::WithParamInterface<ControlCase> {};
-
-TEST_P(MuxControlTest, GatesSamplesAndSendsEachEventOnce) {
-    const ControlCase& c = GetParam();
-    ConnectOutput();
-    AddScripted({0, kFrame, 2 * kFrame, 3 * kFrame, 4 * kFrame, 5 * kFrame});
-    ASSERT_FALSE(HasFatalFailure());
-    CAVIInputPin* pin = mux->InputPin(0);
-    IAMStreamControl* pinControl = Query<IAMStreamControl>(static_cast<IPin*>(pin), IID_IAMStreamControl);
+    IPin* pin = mux->InputPin(0);
+    IAMStreamControl* pinControl = Query<IAMStreamControl>(pin, IID_IAMStreamControl);
     ASSERT_NE(nullptr, pinControl);
-    c.setup(pinControl);
+    for (const Gate& g : c.gates)
+        g.stop ? pinControl->StopAt(g.time, g.discard, g.cookie) : pinControl->StartAt(g.time, g.cookie);
     AM_STREAM_INFO info{};
     ASSERT_EQ(S_OK, pinControl->GetInfo(&info));
     pinControl->Release();
     EXPECT_EQ(0, memcmp(&c.info, &info, sizeof(info))) << "flags " << info.dwFlags;
-    const std::wstring path =
-        OutDir() + L"\\control_" + std::wstring(c.name, c.name + strlen(c.name)) + L".avi";
-    SetFile(path);
+    const std::wstring base = OutDir() + L"\\script_" + Wide(c.name);
+    SetFile(base + L".avi");
     ASSERT_TRUE(SUCCEEDED(control->Run()));
     const std::vector<Event> seen = EventsUntil(EC_COMPLETE);
     ASSERT_TRUE(Has(seen, EC_COMPLETE));
     ASSERT_EQ(S_OK, control->Stop());
     std::vector<Event> got;
-    for (const Event& e : seen) {
-        if (e.code == EC_STREAM_CONTROL_STARTED || e.code == EC_STREAM_CONTROL_STOPPED) {
-            EXPECT_EQ(reinterpret_cast<LONG_PTR>(static_cast<IPin*>(pin)), e.p1) << "the event names the pin";
+    for (const Event& e : seen)
+        if (e.code == EC_STREAM_CONTROL_STARTED || e.code == EC_STREAM_CONTROL_STOPPED)
             got.push_back(e);
-        }
-    }
-    ASSERT_EQ(c.expected.size(), got.size());
+    ASSERT_EQ(c.events.size(), got.size());
     for (size_t i = 0; i < got.size(); ++i) {
-        EXPECT_EQ(c.expected[i].code, got[i].code) << "event " << i;
-        EXPECT_EQ(c.expected[i].p2, got[i].p2) << "cookie of event " << i;
+        EXPECT_EQ(c.events[i].code, got[i].code) << "event " << i;
+        EXPECT_EQ(reinterpret_cast<LONG_PTR>(pin), got[i].p1) << "event " << i << " names the pin";
+        EXPECT_EQ(c.events[i].p2, got[i].p2) << "cookie of event " << i;
     }
-    const qvn_test::RiffFile riff = qvn_test::WalkRiff(path);
-    ASSERT_TRUE(riff.valid) << riff.problem;
-    std::vector<int> written;
-    for (const auto* entry : riff.Entries(0)) {
-        written.push_back(FrameNumber(entry->payload));
-    }
-    EXPECT_EQ(c.written, written);
+    EXPECT_EQ(30, script->requested.cBuffers) << "the multiplexer's requirements reach the upstream pin";
+    EXPECT_EQ(4096, script->requested.cbAlign);
+    // (The platform's memory allocator aligns its block, not each buffer: alignment is not checked here.)
+    ReadBack(base, {std::string("script_") + c.name, c.order, 64, 8, 30000, 1001, {}, 0, 0, 0, 0});
 }
 
-const REFERENCE_TIME kTwo = 2 * kFrame, kThree = 3 * kFrame, kZero = 0, kMax = kNoTime;
+const REFERENCE_TIME kTwo = 2 * kFrame, kThree = 3 * kFrame, kZero = 0, kMax = 0x7FFFFFFFFFFFFFFF;
 
 INSTANTIATE_TEST_SUITE_P(
-    Control, MuxControlTest,
-    ::testing::Values(ControlCase{"null_start_removes_the_start_gate",
-                                  [](IAMStreamControl* s) {
-                                      s->StartAt(&kThree, 4);
-                                      s->StartAt(nullptr, 0);
-                                  },
-                                  {kThree, 0, 4, 0, 0},
-                                  {0, 1, 2, 3, 4, 5},
-                                  {}},
-                      ControlCase{"start_time_drops_samples_ending_at_it",
-                                  [](IAMStreamControl* s) { s->StartAt(&kTwo, 7); },
-                                  {kTwo, 0, 7, 0, 1},
-                                  {2, 3, 4, 5},
-                                  {{EC_STREAM_CONTROL_STARTED, 0, 7}}},
-                      ControlCase{"stop_sends_one_stopped_for_two_late_samples",
-                                  [](IAMStreamControl* s) {
-                                      s->StartAt(&kZero, 3);
-                                      s->StopAt(&kThree, FALSE, 9);
-                                  },
-                                  {0, kThree, 3, 9, 1 | 2},
-                                  {0, 1, 2, 3},
-                                  {{EC_STREAM_CONTROL_STARTED, 0, 3}, {EC_STREAM_CONTROL_STOPPED, 0, 9}}},
-                      ControlCase{"stop_without_start_drops_silently",
-                                  [](IAMStreamControl* s) { s->StopAt(&kTwo, TRUE, 4); },
-                                  {0, kTwo, 0, 4, 2 | 16},
-                                  {0, 1, 2},
-                                  {}},
-                      ControlCase{"stop_at_max_removes_the_stop_gate",
-                                  [](IAMStreamControl* s) {
-                                      s->StopAt(&kTwo, TRUE, 4);
-                                      s->StopAt(&kMax, FALSE, 5);
-                                  },
-                                  {0, kTwo, 0, 4, 16},
-                                  {0, 1, 2, 3, 4, 5},
-                                  {}}),
-    [](const ::testing::TestParamInfo<ControlCase>& p) { return std::string(p.param.name); });
+    Script, MuxScriptTest,
+    ::testing::Values(
+        ScriptCase{"gap_three_frames", 3 * kFrame, {}, {}, {0, 1, 2, 2, 2, 2, 3, 4, 5}, {}},
+        ScriptCase{"gap_three_frames_and_a_bit", 3 * kFrame + 5, {}, {}, {0, 1, 2, 2, 2, 2, 3, 4, 5}, {}},
+        ScriptCase{"gap_just_under_three", 3 * kFrame - 1, {}, {}, {0, 1, 2, 2, 2, 3, 4, 5}, {}},
+        ScriptCase{"gap_ten_units", 10, {}, {}, {0, 1, 2, 3, 4, 5}, {}},
+        ScriptCase{"gap_eleven_units", 11, {}, {}, {0, 1, 2, 3, 4, 5}, {}},
+        ScriptCase{"gap_none", 0, {}, {}, {0, 1, 2, 3, 4, 5}, {}},
+        ScriptCase{"null_start_removes_the_start_gate",
+                   0,
+                   {{false, &kThree, FALSE, 4}, {false, nullptr, FALSE, 0}},
+                   {kThree, 0, 4, 0, 0},
+                   {0, 1, 2, 3, 4, 5},
+                   {}},
+        ScriptCase{"start_time_drops_samples_ending_at_it",
+                   0,
+                   {{false, &kTwo, FALSE, 7}},
+                   {kTwo, 0, 7, 0, 1},
+                   {2, 3, 4, 5},
+                   {{EC_STREAM_CONTROL_STARTED, 0, 7}}},
+        ScriptCase{"stop_sends_one_stopped_for_two_late_samples",
+                   0,
+                   {{false, &kZero, FALSE, 3}, {true, &kThree, FALSE, 9}},
+                   {0, kThree, 3, 9, 1 | 2},
+                   {0, 1, 2, 3},
+                   {{EC_STREAM_CONTROL_STARTED, 0, 3}, {EC_STREAM_CONTROL_STOPPED, 0, 9}}},
+        ScriptCase{"stop_without_start_drops_silently",
+                   0,
+                   {{true, &kTwo, TRUE, 4}},
+                   {0, kTwo, 0, 4, 2 | 16},
+                   {0, 1, 2},
+                   {}},
+        ScriptCase{"stop_at_max_removes_the_stop_gate",
+                   0,
+                   {{true, &kTwo, TRUE, 4}, {true, &kMax, FALSE, 5}},
+                   {0, kTwo, 0, 4, 16},
+                   {0, 1, 2, 3, 4, 5},
+                   {}}),
+    [](const ::testing::TestParamInfo<ScriptCase>& p) { return std::string(p.param.name); });
 
 // ---------------------------------------------------------------------------------------------------------
 // Opening without streams, opening again, and failures.
@@ -897,10 +778,7 @@ TEST_P(MuxOpenFailureTest, TheGraphFailsToRunAndKeepsNoFile) {
     EXPECT_EQ(S_OK, video->Stop());
     EXPECT_EQ(S_OK, muxFilter->Stop());
     EXPECT_EQ(S_OK, fileWriter->Stop());
-    LPOLESTR name = nullptr;
-    ASSERT_EQ(S_OK, writerState->GetFileName(&name));
-    EXPECT_EQ(path, std::wstring(name));
-    CoTaskMemFree(name);
+    EXPECT_EQ(path, FileName());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -929,12 +807,12 @@ TEST_F(MuxTest, WorkerWriteFailureReachesTheGraphAsErrorAbortAndNothingHangs) {
     ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
     ASSERT_TRUE(SUCCEEDED(control->Run()));
     const DWORD frameBytes = 720 * 480 * 2;
-    const int frames = static_cast<int>(limitBytes / frameBytes) * 3 + 10;
     std::thread producer([&] {
-        Produce(video->Pin(), frames, [&](int k, BYTE* buffer) {
-            memset(buffer, k, frameBytes);
-            return frameBytes;
-        });
+        qvn_test::Produce(video->Pin(), static_cast<int>(limitBytes / frameBytes) * 3 + 10,
+                          [&](int k, BYTE* b) {
+                              memset(b, k, frameBytes);
+                              return frameBytes;
+                          });
     });
     LONG_PTR error = 0;
     const bool aborted = WaitForEvent(EC_ERRORABORT, &error, nullptr, 15000);

@@ -10,6 +10,7 @@
 #include "host/dshow_standins/smart_tee_standin.h"
 #include "tests/dshow/base/graph_test_filters.h"
 #include "tests/dshow/graph_fixture.h"
+#include "tests/dshow/mux/avi_readers.h"
 #include "tests/dshow/push_helpers.h"
 
 // In the platform's import library, declared in no header.
@@ -31,16 +32,9 @@ BYTE FrameByte(int k, DWORD i) {
 }
 
 DWORD FillFrame(int k, BYTE* buffer) {
-    for (DWORD i = 0; i < kFrameBytes; ++i) {
+    for (DWORD i = 0; i < kFrameBytes; ++i)
         buffer[i] = FrameByte(k, i);
-    }
     return kFrameBytes;
-}
-
-IPin* PinNamed(IBaseFilter* filter, const wchar_t* name) {
-    IPin* pin = nullptr;
-    filter->FindPin(name, &pin);
-    return pin;
 }
 
 class SmartTeeTest : public qvn_test::GraphTest {
@@ -77,11 +71,9 @@ protected:
         ALLOCATOR_PROPERTIES suggestion{4, -1, -1, -1};
         ASSERT_EQ(S_OK, negotiation->SuggestAllocatorProperties(&suggestion));
         negotiation->Release();
-        for (const wchar_t* name : {L"Input", L"Capture", L"Preview"}) {
-            IPin* pin = PinNamed(tee, name);
-            ASSERT_NE(pin, nullptr) << "pin " << name;
-            (name[0] == L'I' ? input : name[0] == L'C' ? captureOut : previewOut) = pin;
-        }
+        ASSERT_EQ(S_OK, tee->FindPin(L"Input", &input));
+        ASSERT_EQ(S_OK, tee->FindPin(L"Capture", &captureOut));
+        ASSERT_EQ(S_OK, tee->FindPin(L"Preview", &previewOut));
     }
 
     void ReleaseFilters() override {
@@ -90,11 +82,9 @@ protected:
                                  static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
                                  static_cast<IUnknown*>(static_cast<IBaseFilter*>(capture)),
                                  static_cast<IUnknown*>(static_cast<IBaseFilter*>(preview)),
-                                 static_cast<IUnknown*>(nullRenderer)}) {
-            if (object != nullptr) {
+                                 static_cast<IUnknown*>(nullRenderer)})
+            if (object != nullptr)
                 object->Release();
-            }
-        }
         EXPECT_EQ(S_OK, registration_.Revoke());
     }
 
@@ -166,11 +156,8 @@ TEST_P(SmartTeeBranches, CaptureGetsEveryFramePreviewGetsUnstampedCopiesAndBuffe
         ASSERT_EQ(S_OK, CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
                                          reinterpret_cast<void**>(&nullRenderer)));
         ASSERT_EQ(S_OK, graph->AddFilter(nullRenderer, L"Null Renderer"));
-        IEnumPins* pins = nullptr;
-        IPin* in = nullptr;
-        ASSERT_EQ(S_OK, nullRenderer->EnumPins(&pins));
-        pins->Next(1, &in, nullptr);
-        pins->Release();
+        IPin* in = qvn_test::FirstPin(nullRenderer, PINDIR_INPUT);
+        ASSERT_NE(nullptr, in);
         EXPECT_EQ(S_OK, graph->ConnectDirect(previewOut, in, nullptr));
         in->Release();
     } else {
@@ -184,9 +171,8 @@ TEST_P(SmartTeeBranches, CaptureGetsEveryFramePreviewGetsUnstampedCopiesAndBuffe
     ExpectCaptured(kFrames);
     EXPECT_EQ(1, capture->pin.endOfStreams);
     ExpectPoolReturned(left);
-    if (c.platformNull) {
+    if (c.platformNull)
         return;
-    }
 
     // The preview: unstamped copies of source frames, in order, some perhaps left out.
     const std::vector<ReceivedSample> shown = preview->pin.Samples();
@@ -197,9 +183,8 @@ TEST_P(SmartTeeBranches, CaptureGetsEveryFramePreviewGetsUnstampedCopiesAndBuffe
         EXPECT_EQ(0u, s.flags & (AM_SAMPLE_TIMEVALID | AM_SAMPLE_STOPVALID)) << "no stamps on the preview";
         ASSERT_EQ(static_cast<LONG>(kFrameBytes), s.actual);
         int k = last + 1;
-        while (k < kFrames && s.bytes[0] != FrameByte(k, 0)) {
+        while (k < kFrames && s.bytes[0] != FrameByte(k, 0))
             ++k;
-        }
         ASSERT_LT(k, kFrames) << "a preview frame out of order or not from the source";
         ASSERT_EQ(FrameByte(k, kFrameBytes - 1), s.bytes.back());
         last = k;
@@ -235,9 +220,8 @@ TEST_F(SmartTeeTest, StopAtOnBothOutputsEndsBothStreamsAtTheStopTime) {
     // The preview's copies carry no stamps, so their bytes tell that none came from after the stop.
     for (const ReceivedSample& s : preview->pin.Samples()) {
         bool early = false;
-        for (int k = 0; k < kKept && !early; ++k) {
+        for (int k = 0; k < kKept && !early; ++k)
             early = s.bytes[0] == FrameByte(k, 0) && s.bytes[1] == FrameByte(k, 1);
-        }
         ASSERT_TRUE(early) << "a preview frame from after the stop";
     }
 }

@@ -60,7 +60,6 @@ TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
         EXPECT_EQ(taken, s) << "delivery keeps the producer's order";
     }
     EXPECT_EQ(a.queue.Take(&taken, QVN::kGetBufferNoWait), QVN::kVfwTimeout) << "an empty queue, no wait";
-
     // Downstream holds all four: the fifth take waits until one comes back.
     QVN::CThread t;
     ASSERT_TRUE(t.Start(
@@ -78,7 +77,6 @@ TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
     EXPECT_TRUE(a.done);
     EXPECT_EQ(a.got, out[2]);
     EXPECT_EQ(out[2]->buffer, nullptr) << "a released sample is detached from its buffer";
-
     a.queue.Release(out[0]);
     a.queue.Release(out[0]); // the same buffer-less sample back again adds nothing
     std::vector<void*> reclaimed;
@@ -86,7 +84,6 @@ TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
     EXPECT_EQ(reclaimed, (std::vector<void*>{&buffers[2], &buffers[0]}));
     ASSERT_EQ(a.queue.Reclaim(reclaimed), S_OK);
     EXPECT_EQ(reclaimed.size(), 2u) << "a second reclaim yields nothing new";
-
     a.committed = 0;
     EXPECT_EQ(a.queue.TakeFree(&taken), QVN::kVfwNotCommitted);
     EXPECT_EQ(a.queue.Take(&taken, 0), QVN::kVfwNotCommitted);

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "dshow/base/base_allocator.h"
 
@@ -175,15 +176,13 @@ TEST(Allocator, RecommitCancelsAPendingDecommitAndTheReleaseCallbackSeesEachRetu
     const LONG objects = CBaseObject::ObjectsActive();
     EXPECT_EQ(x.a->Commit(), S_OK); // the samples out stay valid and come back to a live allocator
     a->Release();
-    EXPECT_EQ(counter.calls.load(), 1);
-    EXPECT_EQ(counter.freeSeen, 2);
+    EXPECT_EQ(std::pair(counter.calls.load(), counter.freeSeen), std::pair(1, 2L)); // calls, free count seen
     EXPECT_EQ(CBaseObject::ObjectsActive(), objects);
     EXPECT_EQ(x.Get(), a); // the most recently returned sample is handed out first
     a->Release();
     b->Release();
     EXPECT_EQ(x.a->frees, 0); // every sample back, but committed again: the memory stays
-    EXPECT_EQ(counter.calls.load(), 3);
-    EXPECT_EQ(counter.freeSeen, 3);
+    EXPECT_EQ(std::pair(counter.calls.load(), counter.freeSeen), std::pair(3, 3L));
     callback->SetNotify(nullptr);
     callback->Release();
     x.a->Decommit();

@@ -4,6 +4,9 @@
 // adds one to every byte of upstream's own samples, and copies them once the allocators differ.
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+
 #include "dshow/base/trans_in_place_filter.h"
 #include "tests/dshow/base/source_graph.h"
 
@@ -95,8 +98,7 @@ TEST_F(FilterGraphTest, StreamsEverySampleInOrderThenCompletesAndReconnectsForAN
     source->stream->limit = 60;
     // No type given: the pins agree through each other's media-type enumerators.
     ASSERT_EQ(S_OK, graph->ConnectDirect(Out(), In(), nullptr));
-    EXPECT_EQ(256, ConnectedSampleBytes(Out()));
-    EXPECT_EQ(256, ConnectedSampleBytes(In()));
+    EXPECT_EQ(std::pair(ConnectedSampleBytes(Out()), ConnectedSampleBytes(In())), std::pair(256L, 256L));
     // Each renderer's completion reaches the application, naming the renderer.
     ASSERT_EQ(S_OK, events->CancelDefaultHandling(EC_COMPLETE));
     ASSERT_TRUE(SUCCEEDED(control->Run()));
@@ -113,8 +115,7 @@ TEST_F(FilterGraphTest, StreamsEverySampleInOrderThenCompletesAndReconnectsForAN
     source->stream->limit = 10;
     source->stream->sampleBytes = 5000;
     ASSERT_EQ(S_OK, source->ReconnectPin(Out(), nullptr));
-    EXPECT_EQ(5000, ConnectedSampleBytes(In()));
-    EXPECT_EQ(5000, ConnectedSampleBytes(Out()));
+    EXPECT_EQ(std::pair(ConnectedSampleBytes(Out()), ConnectedSampleBytes(In())), std::pair(5000L, 5000L));
     const auto samples = RunToCompletion();
     ASSERT_EQ(10u, samples.size());
     ExpectNumbered(samples, 0, 5000);
@@ -183,9 +184,9 @@ TEST_F(FilterGraphTest, StateChangesAndFlushingWhileSamplesFlow) {
     ASSERT_TRUE(WaitUntil([&] { return renderer->pin.refused > 0; }));
     const size_t atFlush = received();
     EXPECT_EQ(S_OK, source->stream->DeliverNewSegment(10, 20, 2.0));
-    EXPECT_EQ(10, renderer->pin.CurrentStartTime());
-    EXPECT_EQ(20, renderer->pin.CurrentStopTime());
-    EXPECT_EQ(2.0, renderer->pin.CurrentRate());
+    EXPECT_EQ(std::tuple(renderer->pin.CurrentStartTime(), renderer->pin.CurrentStopTime(),
+                         renderer->pin.CurrentRate()),
+              std::tuple(REFERENCE_TIME{10}, REFERENCE_TIME{20}, 2.0));
     ASSERT_EQ(S_OK, source->stream->DeliverEndFlush());
     EXPECT_FALSE(renderer->pin.IsFlushing());
     Sleep(50);

@@ -5,6 +5,8 @@
 // allocator, its fixed answer of 10 buffers, and a sample's round trip from the producer to downstream and
 // its buffer back.
 #include <algorithm>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -85,13 +87,12 @@ TEST_F(PushSourceTest, ThousandsOfFramesUnderRandomDelaysArriveStampedInOrderEac
     ALLOCATOR_PROPERTIES actual{};
     ASSERT_EQ(S_OK, negotiation->GetAllocatorProperties(&actual));
     negotiation->Release();
-    EXPECT_EQ(8, actual.cBuffers) << "the suggestion wins over the default of 30";
-    EXPECT_EQ(static_cast<LONG>(kFrameBytes), actual.cbBuffer);
-    EXPECT_EQ(16, actual.cbAlign);
+    EXPECT_EQ(std::tuple(actual.cBuffers, actual.cbBuffer, actual.cbAlign),
+              std::tuple(8L, static_cast<LONG>(kFrameBytes), 16L))
+        << "the suggestion of 8 buffers wins over the default of 30";
     // Audio into the Null Renderer: 48 kHz stereo 16-bit by default, 5 buffers of two seconds.
     const ALLOCATOR_PROPERTIES audioProps = audio->Pin()->ActualProperties();
-    EXPECT_EQ(5, audioProps.cBuffers);
-    EXPECT_EQ(384000, audioProps.cbBuffer);
+    EXPECT_EQ(std::pair(audioProps.cBuffers, audioProps.cbBuffer), std::pair(5L, 384000L));
     ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
     ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
     recorder->pin.maxDelayMs = 1;
@@ -114,10 +115,10 @@ TEST_F(PushSourceTest, ThousandsOfFramesUnderRandomDelaysArriveStampedInOrderEac
     EXPECT_EQ(1, recorder->pin.endOfStreams);
     for (int k = 0; k < kFrames; ++k) {
         const ReceivedSample& s = samples[static_cast<size_t>(k)];
-        ASSERT_EQ(k * kFrame, s.start) << "frame " << k;
-        ASSERT_EQ((k + 1) * kFrame, s.stop) << "an empty sample too lasts one frame";
-        ASSERT_EQ(k, s.mediaStart);
-        ASSERT_EQ(k + 1, s.mediaEnd);
+        // An empty sample too lasts one frame.
+        ASSERT_EQ(std::tuple(s.start, s.stop, s.mediaStart, s.mediaEnd),
+                  std::tuple(k * kFrame, (k + 1) * kFrame, LONGLONG{k}, LONGLONG{k} + 1))
+            << "frame " << k;
         ASSERT_EQ(static_cast<DWORD>(AM_SAMPLE_SPLICEPOINT | AM_SAMPLE_TIMEVALID | AM_SAMPLE_STOPVALID),
                   s.flags);
         ASSERT_EQ(static_cast<LONG>(kFrameBytes), s.size);
@@ -170,10 +171,10 @@ TEST_F(PushSourceTest, AudioStampsTruncatePerBlockAndFiveOneIsReorderedAfterARec
     ASSERT_EQ(static_cast<size_t>(kBlocks), samples.size());
     for (int k = 0; k < kBlocks; ++k) {
         const ReceivedSample& s = samples[static_cast<size_t>(k)];
-        EXPECT_EQ(k * 333541LL, s.start) << "block " << k;
-        EXPECT_EQ((k + 1) * 333541LL, s.stop);
-        EXPECT_EQ(k * kFrames, s.mediaStart);
-        EXPECT_EQ((k + 1) * kFrames, s.mediaEnd);
+        EXPECT_EQ(
+            std::tuple(s.start, s.stop, s.mediaStart, s.mediaEnd),
+            std::tuple(k * 333541LL, (k + 1) * 333541LL, LONGLONG{k} * kFrames, LONGLONG{k + 1} * kFrames))
+            << "block " << k;
         ASSERT_EQ(kFrames * 12, s.actual);
         const auto* values = reinterpret_cast<const std::int16_t*>(s.bytes.data());
         for (int f = 0; f < kFrames; f += 400) {
@@ -321,8 +322,8 @@ TEST(EncoderAllocator, PropertiesRoundTripAndDecommitWithASampleOut) {
     EXPECT_EQ(30, actual.cBuffers);
     ALLOCATOR_PROPERTIES got{};
     ASSERT_EQ(S_OK, allocator->GetProperties(&got));
-    EXPECT_EQ(10, got.cBuffers) << "a fixed answer, whatever was set";
-    EXPECT_EQ(112, got.cbBuffer);
+    EXPECT_EQ(std::pair(got.cBuffers, got.cbBuffer), std::pair(10L, 112L))
+        << "10: a fixed answer, whatever was set";
     IMediaSample* sample = nullptr;
     CMediaSample* empty = nullptr;
     EXPECT_EQ(VFW_E_NOT_COMMITTED, allocator->GetBuffer(&sample, nullptr, nullptr, 0));

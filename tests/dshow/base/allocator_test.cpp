@@ -1,20 +1,16 @@
-// The allocator contract on CMemAllocator: property refusals with their codes and the rounding, commit and
-// decommit with samples out (the allocator outlives its last reference until the last sample is back),
-// GetBuffer blocking until a release on another thread, AM_GBF_NOWAIT, and the release callback.
+// CMemAllocator: property refusals with their codes and the rounding, decommit with samples out (the
+// allocator outlives its last reference until the last sample is back), GetBuffer's blocking and NOWAIT,
+// and the release callback.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "dshow/base/base_allocator.h"
 
 namespace {
-
-struct Props : ALLOCATOR_PROPERTIES {
-    Props(LONG count, LONG size, LONG align, LONG prefix)
-        : ALLOCATOR_PROPERTIES{count, size, align, prefix} {}
-};
 
 // Counts the calls that let the samples' memory go.
 struct CountingAllocator : CMemAllocator {
@@ -37,7 +33,7 @@ struct Allocator {
             a->Release();
         }
     }
-    HRESULT Set(Props request) {
+    HRESULT Set(ALLOCATOR_PROPERTIES request) {
         ALLOCATOR_PROPERTIES actual{};
         return a->SetProperties(&request, &actual);
     }
@@ -67,7 +63,7 @@ TEST(Allocator, PropertiesAreRefusedWithTheirCodesAndRoundedToTheAlignment) {
     ALLOCATOR_PROPERTIES actual{};
     EXPECT_EQ(x.a->SetProperties(nullptr, &actual), E_POINTER);
     const struct {
-        Props request;
+        ALLOCATOR_PROPERTIES request;
         HRESULT hr;
         LONG size; // actual cbBuffer when accepted
     } cases[] = {
@@ -78,20 +74,18 @@ TEST(Allocator, PropertiesAreRefusedWithTheirCodesAndRoundedToTheAlignment) {
         {{2, 97, 65536, 0}, S_OK, 65536},
     };
     for (const auto& c : cases) {
-        Props request = c.request;
-        actual = ALLOCATOR_PROPERTIES{-1, -1, -1, -1};
+        ALLOCATOR_PROPERTIES request = c.request;
+        actual = {-1, -1, -1, -1};
         EXPECT_EQ(x.a->SetProperties(&request, &actual), c.hr)
             << c.request.cbAlign << " " << c.request.cbBuffer;
         EXPECT_EQ(actual.cbBuffer, c.size);
     }
-
     // Unusable sizes pass SetProperties and are refused by Commit.
     EXPECT_EQ(x.a->GetBuffer(nullptr, nullptr, nullptr, 0), E_POINTER);
     ASSERT_EQ(x.Set({0, 100, 1, 0}), S_OK);
     EXPECT_EQ(x.a->Commit(), VFW_E_SIZENOTSET);
     IMediaSample* s = nullptr;
     EXPECT_EQ(x.a->GetBuffer(&s, nullptr, nullptr, 0), VFW_E_NOT_COMMITTED);
-
     // Every buffer sits after its prefix at the alignment, in its own unit.
     ASSERT_EQ(x.Set({3, 100, 64, 8}), S_OK);
     ASSERT_EQ(x.a->Commit(), S_OK);
@@ -121,13 +115,11 @@ TEST(Allocator, GetBufferBlocksUntilAReleaseAndDecommitWaitsForTheLastSample) {
     ASSERT_EQ(x.a->Commit(), S_OK);
     IMediaSample* first = x.Get();
     IMediaSample* second = x.Get();
-
     IMediaSample* none = reinterpret_cast<IMediaSample*>(1);
     const auto before = std::chrono::steady_clock::now();
     EXPECT_EQ(x.a->GetBuffer(&none, nullptr, nullptr, AM_GBF_NOWAIT), VFW_E_TIMEOUT);
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
     EXPECT_EQ(none, nullptr);
-
     // A third take blocks until a sample comes back from another thread, and gets that sample.
     std::atomic<IMediaSample*> third{nullptr};
     std::thread taker([&] { third = x.Get(); });
@@ -140,7 +132,6 @@ TEST(Allocator, GetBufferBlocksUntilAReleaseAndDecommitWaitsForTheLastSample) {
     ASSERT_EQ(third.load(), second);
     EXPECT_EQ(second->IsSyncPoint(), S_FALSE); // the flags went with the last delivery
     EXPECT_EQ(second->IsDiscontinuity(), S_FALSE);
-
     // Decommit wakes a blocked taker with VFW_E_NOT_COMMITTED.
     std::atomic<HRESULT> blocked{S_OK};
     std::thread waiter([&] {
@@ -152,7 +143,6 @@ TEST(Allocator, GetBufferBlocksUntilAReleaseAndDecommitWaitsForTheLastSample) {
     x.a->Decommit();
     waiter.join();
     EXPECT_EQ(blocked.load(), VFW_E_NOT_COMMITTED);
-
     // With samples out, the allocator outlives the caller's last reference; the last sample frees it.
     x.a->Release();
     x.a = nullptr;
@@ -180,22 +170,19 @@ TEST(Allocator, RecommitCancelsAPendingDecommitAndTheReleaseCallbackSeesEachRetu
     IMediaSample* b = x.Get();
     EXPECT_EQ(callback->GetFreeCount(&free), S_OK);
     EXPECT_EQ(free, 1);
-
     x.a->Decommit();
     IMediaSample* s = nullptr;
     EXPECT_EQ(x.a->GetBuffer(&s, nullptr, nullptr, 0), VFW_E_NOT_COMMITTED);
     const LONG objects = CBaseObject::ObjectsActive();
     EXPECT_EQ(x.a->Commit(), S_OK); // the samples out stay valid and come back to a live allocator
     a->Release();
-    EXPECT_EQ(counter.calls.load(), 1);
-    EXPECT_EQ(counter.freeSeen, 2);
+    EXPECT_EQ(std::pair(counter.calls.load(), counter.freeSeen), std::pair(1, 2L)); // calls, free count seen
     EXPECT_EQ(CBaseObject::ObjectsActive(), objects);
     EXPECT_EQ(x.Get(), a); // the most recently returned sample is handed out first
     a->Release();
     b->Release();
     EXPECT_EQ(x.a->frees, 0); // every sample back, but committed again: the memory stays
-    EXPECT_EQ(counter.calls.load(), 3);
-    EXPECT_EQ(counter.freeSeen, 3);
+    EXPECT_EQ(std::pair(counter.calls.load(), counter.freeSeen), std::pair(3, 3L));
     callback->SetNotify(nullptr);
     callback->Release();
     x.a->Decommit();

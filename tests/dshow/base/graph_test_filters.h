@@ -39,8 +39,14 @@ public:
     GUID subtype = kSubtypeA;
     bool failBufferSize = false;
     volatile LONG next = 0;
+    // When set, offered in place of the test type, with these frames sent whole in place of the pattern.
+    CMediaType type;
+    std::vector<std::vector<BYTE>> frames;
 
     HRESULT GetMediaType(CMediaType* mt) override {
+        if (type.IsValid()) {
+            return mt->Set(type);
+        }
         mt->InitMediaType();
         mt->SetType(&kTestMajor);
         mt->SetSubtype(&subtype);
@@ -73,10 +79,11 @@ public:
         BYTE* data = nullptr;
         sample->GetPointer(&data);
         // Never past the buffer: an allocator sized for an older format shows up as short samples.
-        const LONG wanted = sampleBytes - n % 3;
+        const std::vector<BYTE>* frame = frames.empty() ? nullptr : &frames[static_cast<size_t>(n)];
+        const LONG wanted = frame == nullptr ? sampleBytes - n % 3 : static_cast<LONG>(frame->size());
         const LONG length = wanted < sample->GetSize() ? wanted : sample->GetSize();
         for (LONG i = 0; i < length; ++i) {
-            data[i] = PatternByte(n, i);
+            data[i] = frame == nullptr ? PatternByte(n, i) : (*frame)[static_cast<size_t>(i)];
         }
         sample->SetActualDataLength(length);
         REFERENCE_TIME start = n * kSampleDuration;

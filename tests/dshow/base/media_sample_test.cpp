@@ -79,7 +79,6 @@ TEST(MediaSample, TimesMediaTimesAndLengthAnswerTheDocumentedCodes) {
         EXPECT_EQ((flags & AM_SAMPLE_STOPVALID) != 0, c.time == S_OK);
         EXPECT_EQ(flags & 0x20u, 0u);
     }
-
     // Actual length: 0..size accepted, one past either end refused and nothing changed.
     Sample x;
     const struct {
@@ -116,21 +115,16 @@ TEST(MediaSample, FlagsMapToTheirPropertyBitsAndPropertiesRefuseWithoutChanging)
         EXPECT_EQ((x.s->*f.is)(), S_FALSE);
         EXPECT_EQ(x.Props().dwSampleFlags, 0u);
     }
-
     Sample x;
     REFERENCE_TIME a = 40, b = 80;
     x.s->SetTime(&a, &b);
     x.s->SetActualDataLength(60);
     const AM_SAMPLE2_PROPERTIES p = x.Props();
-    EXPECT_EQ(p.cbData, sizeof(p));
-    EXPECT_EQ(p.pbBuffer, x.buffer);
-    EXPECT_EQ(p.cbBuffer, kSize);
-    EXPECT_EQ(p.lActual, 60);
-    EXPECT_EQ(p.tStart, 40);
-    EXPECT_EQ(p.tStop, 80);
-    EXPECT_EQ(p.dwStreamId, static_cast<DWORD>(AM_STREAM_MEDIA));
-    EXPECT_EQ(p.pMediaType, nullptr);
-
+    EXPECT_EQ(Fields(p),
+              std::tuple(static_cast<DWORD>(sizeof(p)), 0u,
+                         static_cast<DWORD>(AM_SAMPLE_TIMEVALID | AM_SAMPLE_STOPVALID), 60,
+                         REFERENCE_TIME{40}, REFERENCE_TIME{80}, static_cast<DWORD>(AM_STREAM_MEDIA),
+                         static_cast<AM_MEDIA_TYPE*>(nullptr), static_cast<BYTE*>(x.buffer), kSize));
     // Each refused write leaves the sample exactly as it was.
     struct Refusal {
         const char* what;
@@ -162,14 +156,12 @@ TEST(MediaSample, FlagsMapToTheirPropertyBitsAndPropertiesRefuseWithoutChanging)
         EXPECT_EQ(x.s->SetProperties(r.cb, bytes), r.hr);
         EXPECT_EQ(Fields(x.Props()), Fields(p));
     }
-
     // Valid times need the times themselves, unless the sample already has them.
     Sample fresh;
     AM_SAMPLE2_PROPERTIES q{};
     q.cbData = offsetof(AM_SAMPLE2_PROPERTIES, tStart);
     q.dwSampleFlags = AM_SAMPLE_TIMEVALID;
     EXPECT_EQ(fresh.s->SetProperties(q.cbData, reinterpret_cast<BYTE*>(&q)), E_INVALIDARG);
-
     // A write of the leading fields (as cbData says) changes only those: times and flags in, the rest kept.
     q = AM_SAMPLE2_PROPERTIES{};
     q.cbData = offsetof(AM_SAMPLE2_PROPERTIES, dwStreamId);
@@ -181,9 +173,8 @@ TEST(MediaSample, FlagsMapToTheirPropertyBitsAndPropertiesRefuseWithoutChanging)
     EXPECT_EQ(fresh.s->SetProperties(sizeof(q), reinterpret_cast<BYTE*>(&q)), S_OK);
     REFERENCE_TIME s0 = 0, s1 = 0;
     EXPECT_EQ(fresh.s->GetTime(&s0, &s1), VFW_S_NO_STOP_TIME);
-    EXPECT_EQ(s0, 300);
-    EXPECT_EQ(fresh.s->IsSyncPoint(), S_OK);
-    EXPECT_EQ(fresh.s->GetActualDataLength(), 9);
+    EXPECT_EQ(std::tuple(s0, fresh.s->IsSyncPoint(), fresh.s->GetActualDataLength()),
+              std::tuple(300, S_OK, 9));
     EXPECT_EQ(fresh.Props().pbBuffer, fresh.buffer);
     EXPECT_EQ(fresh.Props().dwStreamId, static_cast<DWORD>(AM_STREAM_MEDIA));
 }
@@ -211,19 +202,15 @@ TEST(MediaSample, MediaTypeIsCopiedInAndOutAndSetPointerReplacesTheBuffer) {
     CoTaskMemFree(got);
     EXPECT_EQ(x.s->SetMediaType(nullptr), S_OK);
     EXPECT_EQ(x.s->GetMediaType(&got), S_FALSE);
-
     BYTE other[10];
     EXPECT_EQ(x.s->SetPointer(other, 10), S_OK);
     BYTE* p = nullptr;
     EXPECT_EQ(x.s->GetPointer(&p), S_OK);
-    EXPECT_EQ(p, other);
-    EXPECT_EQ(x.s->GetSize(), 10);
-    EXPECT_EQ(x.s->GetActualDataLength(), 10);
+    EXPECT_EQ(std::tuple(p, x.s->GetSize(), x.s->GetActualDataLength()), std::tuple(other, 10, 10));
     EXPECT_EQ(x.s->SetActualDataLength(11), VFW_E_BUFFER_OVERFLOW);
     EXPECT_EQ(x.s->SetPointer(nullptr, -1), VFW_E_BUFFER_OVERFLOW);
     EXPECT_EQ(x.s->SetPointer(nullptr, 0), S_OK);
     EXPECT_EQ(x.s->GetSize(), 0);
-
     HRESULT hr = S_OK;
     CMediaSample* bad = new CMediaSample(L"negative", nullptr, &hr, nullptr, -1);
     EXPECT_EQ(hr, VFW_E_BUFFER_OVERFLOW);

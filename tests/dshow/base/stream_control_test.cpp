@@ -1,10 +1,10 @@
-// CBaseStreamControl's gating of a run of samples by start and stop times, the send-extra sample, the
-// stream-control events with their cookies (each sent once, pending ones at stop), GetInfo, and the wait of
-// a discarding sample while paused with a clock.
+// CBaseStreamControl: gating by start and stop times, the send-extra sample, the events with their cookies
+// (each sent once, pending ones at stop), GetInfo, and a discarding sample's wait while paused with a clock.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -14,18 +14,18 @@
 
 namespace {
 
-struct Control : CBaseStreamControl {
+// COM objects of the test's own, on its stack.
+template <class Interface> struct OnStack : Interface {
     STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
     STDMETHODIMP_(ULONG) AddRef() override { return 2; }
     STDMETHODIMP_(ULONG) Release() override { return 1; }
 };
 
-struct EventSink : IMediaEventSink {
+using Control = OnStack<CBaseStreamControl>;
+
+struct EventSink : OnStack<IMediaEventSink> {
     std::vector<std::pair<long, LONG_PTR>> events; // code, cookie
     LONG_PTR sender = 0;
-    STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
     STDMETHODIMP Notify(LONG code, LONG_PTR p1, LONG_PTR p2) override {
         events.emplace_back(code, p2);
         sender = p1;
@@ -34,10 +34,7 @@ struct EventSink : IMediaEventSink {
 };
 
 // Only its presence matters while paused: no stream time is read then.
-struct Clock : IReferenceClock {
-    STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
+struct Clock : OnStack<IReferenceClock> {
     STDMETHODIMP GetTime(REFERENCE_TIME* t) override {
         *t = 0;
         return S_OK;
@@ -60,11 +57,21 @@ struct Sample {
 
 constexpr REFERENCE_TIME kNone = -1; // no call
 constexpr REFERENCE_TIME kNow = -2;  // a null time
-constexpr long kStarted = EC_STREAM_CONTROL_STARTED;
-constexpr long kStopped = EC_STREAM_CONTROL_STOPPED;
+
+// The events as "+cookie" for a start and "-cookie" for a stop, in order.
+std::string Events(const EventSink& sink) {
+    std::string s;
+    for (const auto& e : sink.events) {
+        s += (e.first == EC_STREAM_CONTROL_STARTED   ? "+"
+              : e.first == EC_STREAM_CONTROL_STOPPED ? "-"
+                                                     : "?") +
+             std::to_string(e.second);
+    }
+    return s;
+}
 
 TEST(StreamControl, GatesTenSamplesAndSendsEachEventOnceWithItsCookie) {
-    struct Case {
+    const struct {
         const char* what;
         REFERENCE_TIME start;
         DWORD startCookie;
@@ -72,42 +79,26 @@ TEST(StreamControl, GatesTenSamplesAndSendsEachEventOnceWithItsCookie) {
         BOOL extra;
         DWORD stopCookie;
         unsigned delivered; // bit i: the sample [10i, 10i + 10) flowed
-        std::vector<std::pair<long, LONG_PTR>> running, atStop;
+        const char* running;
+        const char* atStop;
+    } cases[] = {
+        {"no gates", kNone, 0, kNone, FALSE, 0, 0x3FF, "", ""},
+        {"start inside a sample", 35, 7, kNone, FALSE, 0, 0x3F8, "+7", ""},
+        {"stop inside a sample", kNone, 0, 45, FALSE, 9, 0x01F, "-9", ""},
+        {"stop with one extra", kNone, 0, 45, TRUE, 9, 0x03F, "-9", ""},
+        {"stop on a sample start", kNone, 0, 50, TRUE, 9, 0x07F, "-9", ""},
+        {"start then stop", 20, 1, 60, FALSE, 2, 0x07C, "+1-2", ""},
+        {"stop then start", 60, 1, 20, FALSE, 2, 0x3C7, "-2+1", ""},
+        {"stop then start in one sample", 57, 1, 52, FALSE, 2, 0x3FF, "-2+1", ""},
+        {"cookie 0 sends nothing", kNone, 0, 45, FALSE, 0, 0x01F, "", ""},
+        {"start now", kNow, 5, kNone, FALSE, 0, 0x3FF, "", ""},
+        {"stop now", kNone, 0, kNow, TRUE, 5, 0x000, "", ""},
+        {"cancelled stop", kNone, 0, MAXLONGLONG, FALSE, 5, 0x3FF, "", ""},
+        {"gates never reached go out at stop", 1000, 3, 2000, FALSE, 4, 0x000, "", "+3-4"},
+        {"later start goes out after the stop", 2000, 3, 1000, FALSE, 4, 0x3FF, "", "-4+3"},
+        {"stop never reached goes out at stop", kNone, 0, 1000, FALSE, 4, 0x3FF, "", "-4"},
     };
-    const Case cases[] = {
-        {"no gates", kNone, 0, kNone, FALSE, 0, 0x3FF, {}, {}},
-        {"start inside a sample", 35, 7, kNone, FALSE, 0, 0x3F8, {{kStarted, 7}}, {}},
-        {"stop inside a sample", kNone, 0, 45, FALSE, 9, 0x01F, {{kStopped, 9}}, {}},
-        {"stop with one extra", kNone, 0, 45, TRUE, 9, 0x03F, {{kStopped, 9}}, {}},
-        {"stop on a sample start", kNone, 0, 50, TRUE, 9, 0x07F, {{kStopped, 9}}, {}},
-        {"start then stop", 20, 1, 60, FALSE, 2, 0x07C, {{kStarted, 1}, {kStopped, 2}}, {}},
-        {"stop then start", 60, 1, 20, FALSE, 2, 0x3C7, {{kStopped, 2}, {kStarted, 1}}, {}},
-        {"stop then start in one sample", 57, 1, 52, FALSE, 2, 0x3FF, {{kStopped, 2}, {kStarted, 1}}, {}},
-        {"cookie 0 sends nothing", kNone, 0, 45, FALSE, 0, 0x01F, {}, {}},
-        {"start now", kNow, 5, kNone, FALSE, 0, 0x3FF, {}, {}},
-        {"stop now", kNone, 0, kNow, TRUE, 5, 0x000, {}, {}},
-        {"cancelled stop", kNone, 0, MAXLONGLONG, FALSE, 5, 0x3FF, {}, {}},
-        {"gates never reached go out at stop",
-         1000,
-         3,
-         2000,
-         FALSE,
-         4,
-         0x000,
-         {},
-         {{kStarted, 3}, {kStopped, 4}}},
-        {"later start goes out after the stop",
-         2000,
-         3,
-         1000,
-         FALSE,
-         4,
-         0x3FF,
-         {},
-         {{kStopped, 4}, {kStarted, 3}}},
-        {"stop never reached goes out at stop", kNone, 0, 1000, FALSE, 4, 0x3FF, {}, {{kStopped, 4}}},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         Control control;
         EventSink sink;
@@ -124,17 +115,15 @@ TEST(StreamControl, GatesTenSamplesAndSendsEachEventOnceWithItsCookie) {
         control.NotifyFilterState(State_Running, 0);
         unsigned delivered = 0;
         for (unsigned i = 0; i < 10; ++i) {
-            if (control.CheckStreamState(sample.At(10 * i, 10 * i + 10)) ==
-                CBaseStreamControl::STREAM_FLOWING) {
-                delivered |= 1u << i;
-            }
+            const auto state = control.CheckStreamState(sample.At(10 * i, 10 * i + 10));
+            delivered |= state == CBaseStreamControl::STREAM_FLOWING ? 1u << i : 0u;
         }
         EXPECT_EQ(delivered, c.delivered);
-        EXPECT_EQ(sink.events, c.running);
+        EXPECT_EQ(Events(sink), c.running);
         sink.events.clear();
         control.NotifyFilterState(State_Stopped);
-        EXPECT_EQ(sink.events, c.atStop);
-        if (!c.running.empty() || !c.atStop.empty()) {
+        EXPECT_EQ(Events(sink), c.atStop);
+        if (*c.running != 0 || *c.atStop != 0) {
             EXPECT_EQ(sink.sender, reinterpret_cast<LONG_PTR>(static_cast<IAMStreamControl*>(&control)));
         }
     }
@@ -154,7 +143,6 @@ TEST(StreamControl, InfoUntimedSamplesFlushingAndThePausedWait) {
     EXPECT_EQ(info.dwStopCookie, 9u);
     EXPECT_EQ(info.dwFlags, static_cast<DWORD>(AM_STREAM_INFO_START_DEFINED | AM_STREAM_INFO_STOP_DEFINED |
                                                AM_STREAM_INFO_STOP_SEND_EXTRA | AM_STREAM_INFO_DISCARDING));
-
     // A sample without times follows the current state; flushing discards everything.
     control.NotifyFilterState(State_Running, 0);
     HRESULT hr = S_OK;
@@ -166,7 +154,6 @@ TEST(StreamControl, InfoUntimedSamplesFlushingAndThePausedWait) {
     control.Flushing(TRUE);
     EXPECT_EQ(control.CheckStreamState(&untimed), CBaseStreamControl::STREAM_DISCARDING);
     control.Flushing(FALSE);
-
     // Paused with a clock, a sample to discard is held until the decision can change.
     Clock clock;
     control.SetSyncSource(&clock);

@@ -20,8 +20,6 @@ struct Access {
     static void Detach(Sample* s) { s->buffer = nullptr; }
 };
 
-using HandOver = QVN::CSampleHandOver<Sample, Access>;
-
 // An allocator's state around the queue, with count samples on its free list.
 struct Allocator {
     explicit Allocator(std::size_t count) : samples(count) {
@@ -31,54 +29,54 @@ struct Allocator {
             EXPECT_EQ(queue.AddFree(&s), S_OK);
         }
     }
+    // Takes a free sample for buffer and queues it.
+    Sample* Push(void* buffer) {
+        Sample* s = nullptr;
+        EXPECT_EQ(queue.TakeFree(&s), S_OK);
+        s->buffer = buffer;
+        EXPECT_EQ(queue.Queue(s), S_OK);
+        return s;
+    }
     QVN::CW32CriticalSection lock;
     BOOL committed = 1;
     LONG waiting = 0;
-    HandOver queue{{lock, committed, waiting}};
+    QVN::CSampleHandOver<Sample, Access> queue{{lock, committed, waiting}};
     std::vector<Sample> samples;
-};
-
-struct Blocked {
-    HandOver* queue;
+    // For a thread blocked in TakeFree.
     std::atomic<bool> done{false};
     Sample* got = nullptr;
 };
-
-std::uint32_t TakeFreeThread(void* raw) {
-    auto* b = static_cast<Blocked*>(raw);
-    EXPECT_EQ(b->queue->TakeFree(&b->got), S_OK);
-    b->done = true;
-    return 0;
-}
 
 TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
     Allocator a(4);
     Sample* out[4];
     char buffers[4];
     for (int i = 0; i < 4; ++i) {
-        ASSERT_EQ(a.queue.TakeFree(&out[i]), S_OK);
-        out[i]->buffer = &buffers[i];
-        ASSERT_EQ(a.queue.Queue(out[i]), S_OK);
+        out[i] = a.Push(&buffers[i]);
     }
     Sample* taken = nullptr;
-    for (int i = 0; i < 4; ++i) {
+    for (Sample* s : out) {
         ASSERT_EQ(a.queue.Take(&taken, 0), S_OK);
-        EXPECT_EQ(taken, out[i]) << "delivery keeps the producer's order";
+        EXPECT_EQ(taken, s) << "delivery keeps the producer's order";
     }
     EXPECT_EQ(a.queue.Take(&taken, QVN::kGetBufferNoWait), QVN::kVfwTimeout) << "an empty queue, no wait";
-
     // Downstream holds all four: the fifth take waits until one comes back.
-    Blocked fifth{&a.queue};
     QVN::CThread t;
-    ASSERT_TRUE(t.Start(TakeFreeThread, &fifth));
+    ASSERT_TRUE(t.Start(
+        [](void* raw) -> std::uint32_t {
+            auto* x = static_cast<Allocator*>(raw);
+            EXPECT_EQ(x->queue.TakeFree(&x->got), S_OK);
+            x->done = true;
+            return 0;
+        },
+        &a));
     QVN::SleepMs(50);
-    EXPECT_FALSE(fifth.done) << "the fifth take must block while downstream holds every sample";
+    EXPECT_FALSE(a.done) << "the fifth take must block while downstream holds every sample";
     a.queue.Release(out[2]);
     t.Join();
-    EXPECT_TRUE(fifth.done);
-    EXPECT_EQ(fifth.got, out[2]);
+    EXPECT_TRUE(a.done);
+    EXPECT_EQ(a.got, out[2]);
     EXPECT_EQ(out[2]->buffer, nullptr) << "a released sample is detached from its buffer";
-
     a.queue.Release(out[0]);
     a.queue.Release(out[0]); // the same buffer-less sample back again adds nothing
     std::vector<void*> reclaimed;
@@ -86,7 +84,6 @@ TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
     EXPECT_EQ(reclaimed, (std::vector<void*>{&buffers[2], &buffers[0]}));
     ASSERT_EQ(a.queue.Reclaim(reclaimed), S_OK);
     EXPECT_EQ(reclaimed.size(), 2u) << "a second reclaim yields nothing new";
-
     a.committed = 0;
     EXPECT_EQ(a.queue.TakeFree(&taken), QVN::kVfwNotCommitted);
     EXPECT_EQ(a.queue.Take(&taken, 0), QVN::kVfwNotCommitted);
@@ -95,13 +92,11 @@ TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
 TEST(SampleHandOver, EndOfStreamDeliversWhatIsQueuedThenOneEmptySample) {
     Allocator a(3);
     char data[2];
-    Sample* s = nullptr;
     for (char& d : data) {
-        ASSERT_EQ(a.queue.TakeFree(&s), S_OK);
-        s->buffer = &d;
-        ASSERT_EQ(a.queue.Queue(s), S_OK);
+        a.Push(&d);
     }
     a.queue.SignalEnd();
+    Sample* s = nullptr;
     for (char& d : data) {
         ASSERT_EQ(a.queue.Take(&s, 0), S_OK);
         EXPECT_EQ(s->buffer, &d);
@@ -112,16 +107,11 @@ TEST(SampleHandOver, EndOfStreamDeliversWhatIsQueuedThenOneEmptySample) {
     EXPECT_TRUE(a.queue.EndReached());
 }
 
-// Producer and streaming thread as in an export: the producer renders into its own pool of buffers and
-// reclaims them; downstream holds samples for random times and releases them out of order.
+// The streaming thread as in an export: downstream holds samples for random times and releases them out of
+// order.
 struct Export {
-    Export(std::size_t count, int frameCount, unsigned runSeed)
-        : a(count), samples(count), frames(frameCount), seed(runSeed) {}
     Allocator a;
-    std::size_t samples;
-    int frames;
     unsigned seed;
-    std::vector<int> pool;
     std::vector<int> seen;
 };
 
@@ -142,7 +132,7 @@ std::uint32_t Streaming(void* raw) {
         held.push_back(s);
         // Downstream keeps all but one of the samples at most (holding every one would starve it of data)
         // and lets them go in any order.
-        while (!held.empty() && (held.size() >= r->samples || rng() % 3 == 0)) {
+        while (!held.empty() && (held.size() >= r->a.samples.size() || rng() % 3 == 0)) {
             const std::size_t i = rng() % held.size();
             if (rng() % 8 == 0) {
                 QVN::SleepMs(1);
@@ -157,45 +147,42 @@ std::uint32_t Streaming(void* raw) {
     return 0;
 }
 
+// The producer renders into its own pool of buffers, a few more than there are samples, and reclaims them.
 TEST(SampleHandOver, ThousandsOfFramesUnderRandomDelaysArriveInOrderEachOnce) {
+    constexpr int kFrames = 3000;
     for (unsigned seed = 1; seed <= 6; ++seed) {
+        SCOPED_TRACE(seed);
         const std::size_t samples = 2 + seed % 4;
-        Export r(samples, 3000, seed);
-        r.pool.resize(samples + 2); // the producer has a few more buffers than there are samples
+        Export r{Allocator(samples), seed, {}};
+        std::vector<int> pool(samples + 2);
         std::vector<void*> free;
-        for (int& b : r.pool) {
+        for (int& b : pool) {
             free.push_back(&b);
         }
         QVN::CThread streaming;
         ASSERT_TRUE(streaming.Start(Streaming, &r));
         std::mt19937 rng(seed);
-        for (int frame = 0; frame < r.frames; ++frame) {
+        for (int frame = 0; frame < kFrames; ++frame) {
             while (free.empty()) {
                 ASSERT_EQ(r.a.queue.Reclaim(free), S_OK);
-                if (free.empty()) {
-                    QVN::SleepMs(0);
-                }
+                QVN::SleepMs(0);
             }
-            int* buffer = static_cast<int*>(free.back());
+            *static_cast<int*>(free.back()) = frame;
+            r.a.Push(free.back());
             free.pop_back();
-            *buffer = frame;
-            Sample* s = nullptr;
-            ASSERT_EQ(r.a.queue.TakeFree(&s), S_OK);
-            s->buffer = buffer;
-            ASSERT_EQ(r.a.queue.Queue(s), S_OK);
             if (rng() % 64 == 0) {
                 QVN::SleepMs(1);
             }
         }
         r.a.queue.SignalEnd();
         EXPECT_EQ(streaming.Join(), 0u);
-        ASSERT_EQ(r.seen.size(), static_cast<std::size_t>(r.frames)) << "seed " << seed;
-        for (int i = 0; i < r.frames; ++i) {
-            ASSERT_EQ(r.seen[static_cast<std::size_t>(i)], i) << "seed " << seed;
+        ASSERT_EQ(r.seen.size(), static_cast<std::size_t>(kFrames));
+        for (int i = 0; i < kFrames; ++i) {
+            ASSERT_EQ(r.seen[static_cast<std::size_t>(i)], i);
         }
         ASSERT_EQ(r.a.queue.Reclaim(free), S_OK);
-        EXPECT_EQ(free.size(), r.pool.size()) << "every buffer came back to the producer, seed " << seed;
-        EXPECT_EQ(r.a.queue.FreeCount(), samples) << "every sample came back, seed " << seed;
+        EXPECT_EQ(free.size(), pool.size()) << "every buffer came back to the producer";
+        EXPECT_EQ(r.a.queue.FreeCount(), samples) << "every sample came back";
     }
 }
 

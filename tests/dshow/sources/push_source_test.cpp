@@ -1,15 +1,20 @@
 // The video and audio push sources in graphs made by the platform's filter graph manager, feeding a
 // recording renderer of our own and the platform's Null Renderer: stamps, media times, bytes, the 5.1
-// reorder, buffer negotiation, stream control, and the producer's buffers coming back.
+// reorder, buffer negotiation, stream control, and the producer's buffers coming back. And the encoder
+// allocator under them through its COM interfaces: the property rules it shares with the platform's memory
+// allocator, its fixed answer of 10 buffers, and a sample's round trip from the producer to downstream and
+// its buffer back.
 #include <algorithm>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "dshow/audio_source.h"
+#include "dshow/encoder_allocator.h"
 #include "dshow/video_source.h"
-#include "tests/dshow/base/graph_test_filters.h"
-#include "tests/dshow/graph_fixture.h"
+#include "tests/dshow/base/source_graph.h"
 #include "tests/dshow/push_helpers.h"
 
 // In the platform's import library, declared in no header.
@@ -26,63 +31,31 @@ CMediaType UyvyType(REFERENCE_TIME perFrame) {
     return qvn_test::UyvyType(64, 8, perFrame);
 }
 
-IPin* FirstPin(IBaseFilter* filter) {
-    IEnumPins* pins = nullptr;
-    IPin* pin = nullptr;
-    if (SUCCEEDED(filter->EnumPins(&pins))) {
-        pins->Next(1, &pin, nullptr);
-        pins->Release();
-    }
-    return pin;
-}
-
 using qvn_test::Produce;
 using qvn_test::Query;
 
-class PushSourceTest : public qvn_test::GraphTest {
+class PushSourceTest : public qvn_test::OwningGraphTest {
 protected:
     void SetUp() override {
-        GraphTest::SetUp();
+        OwningGraphTest::SetUp();
         HRESULT hr = S_OK;
-        video = new CVideoSource(&hr);
-        video->AddRef();
-        audio = new CAudioSource(&hr);
-        audio->AddRef();
-        recorder = new qvn_test::CRecordingRenderer(&hr);
-        recorder->AddRef();
+        video = Own(new CVideoSource(&hr), L"Video Frame Source");
+        audio = Own(new CAudioSource(&hr), L"Audio Frame Source");
+        recorder = Own(new qvn_test::CRecordingRenderer(&hr), L"Recorder");
         recorder->pin.acceptAny = true;
         ASSERT_EQ(S_OK, hr);
+        IBaseFilter* made = nullptr;
         ASSERT_EQ(S_OK, CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                         reinterpret_cast<void**>(&nullRenderer)));
+                                         reinterpret_cast<void**>(&made)));
+        Own(made, L"Null Renderer")->Release();
+        ASSERT_EQ(S_OK, made->FindPin(L"In", &nullIn));
+        nullIn->Release(); // the filter keeps its pin
         IMediaFilter* clock = Query<IMediaFilter>(graph, IID_IMediaFilter);
         ASSERT_EQ(S_OK, clock->SetSyncSource(nullptr)); // no clock: samples flow as fast as they are taken
         clock->Release();
-        ASSERT_EQ(S_OK, graph->AddFilter(video, L"Video Frame Source"));
-        ASSERT_EQ(S_OK, graph->AddFilter(audio, L"Audio Frame Source"));
-        ASSERT_EQ(S_OK, graph->AddFilter(recorder, L"Recorder"));
-        ASSERT_EQ(S_OK, graph->AddFilter(nullRenderer, L"Null Renderer"));
         const CMediaType type = UyvyType(kFrame);
         ASSERT_EQ(S_OK, video->Pin()->SetStreamMediaType(&type));
     }
-
-    void ReleaseFilters() override {
-        for (IUnknown* filter : {static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
-                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(audio)),
-                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(recorder)),
-                                 static_cast<IUnknown*>(nullRenderer)}) {
-            if (filter != nullptr) {
-                filter->Release();
-            }
-        }
-    }
-
-    void ConnectToNull(IPin* out) {
-        IPin* in = FirstPin(nullRenderer);
-        ASSERT_NE(in, nullptr);
-        EXPECT_EQ(S_OK, graph->ConnectDirect(out, in, nullptr));
-        in->Release();
-    }
-
     // After the stop every buffer of the pool is back with the producer, each once.
     static void ExpectPoolReturned(CPushSourcePin* pin, std::vector<void*> free) {
         std::vector<void*> pool;
@@ -92,11 +65,10 @@ protected:
         std::sort(free.begin(), free.end());
         EXPECT_EQ(pool, free);
     }
-
     CVideoSource* video = nullptr;
     CAudioSource* audio = nullptr;
     qvn_test::CRecordingRenderer* recorder = nullptr;
-    IBaseFilter* nullRenderer = nullptr;
+    IPin* nullIn = nullptr;
 };
 
 BYTE FrameByte(int k, DWORD i) {
@@ -110,19 +82,17 @@ TEST_F(PushSourceTest, ThousandsOfFramesUnderRandomDelaysArriveStampedInOrderEac
     ALLOCATOR_PROPERTIES suggestion{8, -1, -1, -1};
     ASSERT_EQ(S_OK, negotiation->SuggestAllocatorProperties(&suggestion));
     ASSERT_EQ(S_OK, graph->ConnectDirect(video->Pin(), &recorder->pin, nullptr));
-    ConnectToNull(audio->Pin());
+    ASSERT_EQ(S_OK, graph->ConnectDirect(audio->Pin(), nullIn, nullptr));
     EXPECT_EQ(VFW_E_ALREADY_CONNECTED, negotiation->SuggestAllocatorProperties(&suggestion));
     ALLOCATOR_PROPERTIES actual{};
     ASSERT_EQ(S_OK, negotiation->GetAllocatorProperties(&actual));
     negotiation->Release();
-    EXPECT_EQ(8, actual.cBuffers) << "the suggestion wins over the default of 30";
-    EXPECT_EQ(static_cast<LONG>(kFrameBytes), actual.cbBuffer);
-    EXPECT_EQ(16, actual.cbAlign);
+    EXPECT_EQ(std::tuple(actual.cBuffers, actual.cbBuffer, actual.cbAlign),
+              std::tuple(8L, static_cast<LONG>(kFrameBytes), 16L))
+        << "the suggestion of 8 buffers wins over the default of 30";
     // Audio into the Null Renderer: 48 kHz stereo 16-bit by default, 5 buffers of two seconds.
     const ALLOCATOR_PROPERTIES audioProps = audio->Pin()->ActualProperties();
-    EXPECT_EQ(5, audioProps.cBuffers);
-    EXPECT_EQ(384000, audioProps.cbBuffer);
-
+    EXPECT_EQ(std::pair(audioProps.cBuffers, audioProps.cbBuffer), std::pair(5L, 384000L));
     ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
     ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
     recorder->pin.maxDelayMs = 1;
@@ -140,16 +110,15 @@ TEST_F(PushSourceTest, ThousandsOfFramesUnderRandomDelaysArriveStampedInOrderEac
     const std::vector<void*> audioLeft = Produce(audio->Pin(), 40, [](int, BYTE*) { return DWORD{6400}; });
     ASSERT_TRUE(WaitForEvent(EC_COMPLETE)) << "both renderers complete after the end of stream";
     ASSERT_EQ(S_OK, control->Stop());
-
     const std::vector<ReceivedSample> samples = recorder->pin.Samples();
     ASSERT_EQ(static_cast<size_t>(kFrames), samples.size());
     EXPECT_EQ(1, recorder->pin.endOfStreams);
     for (int k = 0; k < kFrames; ++k) {
         const ReceivedSample& s = samples[static_cast<size_t>(k)];
-        ASSERT_EQ(k * kFrame, s.start) << "frame " << k;
-        ASSERT_EQ((k + 1) * kFrame, s.stop) << "an empty sample too lasts one frame";
-        ASSERT_EQ(k, s.mediaStart);
-        ASSERT_EQ(k + 1, s.mediaEnd);
+        // An empty sample too lasts one frame.
+        ASSERT_EQ(std::tuple(s.start, s.stop, s.mediaStart, s.mediaEnd),
+                  std::tuple(k * kFrame, (k + 1) * kFrame, LONGLONG{k}, LONGLONG{k} + 1))
+            << "frame " << k;
         ASSERT_EQ(static_cast<DWORD>(AM_SAMPLE_SPLICEPOINT | AM_SAMPLE_TIMEVALID | AM_SAMPLE_STOPVALID),
                   s.flags);
         ASSERT_EQ(static_cast<LONG>(kFrameBytes), s.size);
@@ -165,7 +134,7 @@ TEST_F(PushSourceTest, ThousandsOfFramesUnderRandomDelaysArriveStampedInOrderEac
 
 TEST_F(PushSourceTest, AudioStampsTruncatePerBlockAndFiveOneIsReorderedAfterAReconnection) {
     ASSERT_EQ(S_OK, graph->ConnectDirect(audio->Pin(), &recorder->pin, nullptr));
-    ConnectToNull(video->Pin());
+    ASSERT_EQ(S_OK, graph->ConnectDirect(video->Pin(), nullIn, nullptr));
     // A new format while connected reconnects the pin with it.
     ASSERT_EQ(S_OK, audio->Pin()->SetAudioFormat(6, 48000, 16, WAVE_FORMAT_PCM));
     AM_MEDIA_TYPE connected{};
@@ -179,7 +148,6 @@ TEST_F(PushSourceTest, AudioStampsTruncatePerBlockAndFiveOneIsReorderedAfterARec
     FreeMediaType(connected);
     EXPECT_EQ(2 * 576000, audio->Pin()->ActualProperties().cbBuffer)
         << "buffers sized again for the new format";
-
     ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
     ASSERT_EQ(S_OK, video->Pin()->AllocateBuffers());
     ASSERT_TRUE(SUCCEEDED(control->Run()));
@@ -199,15 +167,14 @@ TEST_F(PushSourceTest, AudioStampsTruncatePerBlockAndFiveOneIsReorderedAfterARec
     Produce(video->Pin(), 0, nullptr);
     ASSERT_TRUE(WaitForEvent(EC_COMPLETE));
     ASSERT_EQ(S_OK, control->Stop());
-
     const std::vector<ReceivedSample> samples = recorder->pin.Samples();
     ASSERT_EQ(static_cast<size_t>(kBlocks), samples.size());
     for (int k = 0; k < kBlocks; ++k) {
         const ReceivedSample& s = samples[static_cast<size_t>(k)];
-        EXPECT_EQ(k * 333541LL, s.start) << "block " << k;
-        EXPECT_EQ((k + 1) * 333541LL, s.stop);
-        EXPECT_EQ(k * kFrames, s.mediaStart);
-        EXPECT_EQ((k + 1) * kFrames, s.mediaEnd);
+        EXPECT_EQ(
+            std::tuple(s.start, s.stop, s.mediaStart, s.mediaEnd),
+            std::tuple(k * 333541LL, (k + 1) * 333541LL, LONGLONG{k} * kFrames, LONGLONG{k + 1} * kFrames))
+            << "block " << k;
         ASSERT_EQ(kFrames * 12, s.actual);
         const auto* values = reinterpret_cast<const std::int16_t*>(s.bytes.data());
         for (int f = 0; f < kFrames; f += 400) {
@@ -219,7 +186,6 @@ TEST_F(PushSourceTest, AudioStampsTruncatePerBlockAndFiveOneIsReorderedAfterARec
         }
     }
     ExpectPoolReturned(audio->Pin(), left);
-
     // 24-bit 5.1 moves whole 3-byte samples.
     ASSERT_EQ(S_OK, audio->Pin()->SetAudioFormat(6, 48000, 24, WAVE_FORMAT_PCM));
     ASSERT_EQ(S_OK, audio->Pin()->AllocateBuffers());
@@ -241,7 +207,7 @@ TEST_F(PushSourceTest, AudioStampsTruncatePerBlockAndFiveOneIsReorderedAfterARec
 
 TEST_F(PushSourceTest, StreamControlGatesFramesAndMarksTheFirstAfterAGap) {
     ASSERT_EQ(S_OK, graph->ConnectDirect(video->Pin(), &recorder->pin, nullptr));
-    ConnectToNull(audio->Pin());
+    ASSERT_EQ(S_OK, graph->ConnectDirect(audio->Pin(), nullIn, nullptr));
     IAMStreamControl* gate = Query<IAMStreamControl>(static_cast<IPin*>(video->Pin()), IID_IAMStreamControl);
     ASSERT_NE(gate, nullptr);
     const REFERENCE_TIME start = 5 * kFrame;
@@ -264,7 +230,6 @@ TEST_F(PushSourceTest, StreamControlGatesFramesAndMarksTheFirstAfterAGap) {
     EXPECT_EQ(7, cookie);
     ASSERT_TRUE(WaitForEvent(EC_COMPLETE));
     ASSERT_EQ(S_OK, control->Stop());
-
     // Frames 5 to 9 flow, and frame 10 as the one extra sample after the stop; the first to flow after the
     // discarded ones says so.
     const std::vector<ReceivedSample> samples = recorder->pin.Samples();
@@ -309,7 +274,6 @@ TEST_F(PushSourceTest, RefusalsAndStateAnswers) {
         EXPECT_EQ(c.expected, c.got) << c.what;
     }
     negotiation->Release();
-
     ASSERT_EQ(S_OK, graph->ConnectDirect(pin, &recorder->pin, nullptr));
     ASSERT_EQ(S_OK, pin->AllocateBuffers());
     ASSERT_EQ(S_OK, pin->GetFreeBuffers(buffers));
@@ -326,6 +290,69 @@ TEST_F(PushSourceTest, RefusalsAndStateAnswers) {
     EXPECT_EQ(VFW_E_NOT_STOPPED, pin->SetStreamMediaType(&type));
     EXPECT_EQ(VFW_E_NOT_STOPPED, audio->Pin()->SetAudioFormat(1, 44100, 16, WAVE_FORMAT_PCM));
     ASSERT_EQ(S_OK, control->Stop());
+}
+
+TEST(EncoderAllocator, PropertiesRoundTripAndDecommitWithASampleOut) {
+    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    const LONG baseline = CBaseObject::ObjectsActive();
+    HRESULT hr = S_OK;
+    auto* allocator = new CEncoderAllocator(L"test", &hr);
+    ASSERT_EQ(S_OK, hr);
+    allocator->AddRef();
+    IEncoderAllocator* producer = nullptr;
+    ASSERT_EQ(S_OK, allocator->QueryInterface(IID_IEncoderAllocator, reinterpret_cast<void**>(&producer)));
+    struct Case {
+        ALLOCATOR_PROPERTIES request;
+        HRESULT expected;
+        LONG buffer; // granted buffer size
+    } cases[] = {
+        {{30, 100, 3, 0}, VFW_E_BADALIGN, 0},
+        {{30, 100, 8192, 0}, VFW_E_BADALIGN, 0}, // larger than a page
+        {{30, 100, 0, 0}, VFW_E_BADALIGN, 0},
+        {{30, 100, 16, 8}, S_OK, 104}, // prefix + buffer rounded up to whole units
+        {{4, 4096, 4096, 0}, S_OK, 4096},
+    };
+    for (const Case& c : cases) {
+        ALLOCATOR_PROPERTIES request = c.request, actual{};
+        EXPECT_EQ(c.expected, allocator->SetProperties(&request, &actual)) << c.request.cbAlign;
+        EXPECT_EQ(c.buffer, actual.cbBuffer) << c.request.cbAlign;
+    }
+    ALLOCATOR_PROPERTIES thirty{30, 100, 16, 0}, actual{};
+    ASSERT_EQ(S_OK, allocator->SetProperties(&thirty, &actual));
+    EXPECT_EQ(30, actual.cBuffers);
+    ALLOCATOR_PROPERTIES got{};
+    ASSERT_EQ(S_OK, allocator->GetProperties(&got));
+    EXPECT_EQ(std::pair(got.cBuffers, got.cbBuffer), std::pair(10L, 112L))
+        << "10: a fixed answer, whatever was set";
+    IMediaSample* sample = nullptr;
+    CMediaSample* empty = nullptr;
+    EXPECT_EQ(VFW_E_NOT_COMMITTED, allocator->GetBuffer(&sample, nullptr, nullptr, 0));
+    EXPECT_EQ(VFW_E_NOT_COMMITTED, producer->TakeFreeSample(&empty));
+    ASSERT_EQ(S_OK, allocator->Commit());
+    EXPECT_EQ(VFW_E_ALREADY_COMMITTED, allocator->SetProperties(&thirty, &actual));
+    EXPECT_EQ(VFW_E_TIMEOUT, allocator->GetBuffer(&sample, nullptr, nullptr, AM_GBF_NOWAIT));
+    BYTE frame[112];
+    ASSERT_EQ(S_OK, producer->TakeFreeSample(&empty));
+    empty->SetPointer(frame, sizeof(frame));
+    ASSERT_EQ(S_OK, producer->QueueSample(empty));
+    ASSERT_EQ(S_OK, allocator->GetBuffer(&sample, nullptr, nullptr, AM_GBF_NOWAIT));
+    EXPECT_EQ(static_cast<IMediaSample*>(empty), sample);
+    // Downstream holds the sample across a decommit: the samples stay until it comes back.
+    ASSERT_EQ(S_OK, allocator->Decommit());
+    IMediaSample* none = nullptr;
+    EXPECT_EQ(VFW_E_NOT_COMMITTED, allocator->GetBuffer(&none, nullptr, nullptr, 0));
+    std::vector<void*> back;
+    EXPECT_EQ(S_OK, producer->ReclaimBuffers(back));
+    EXPECT_TRUE(back.empty()) << "nothing released yet";
+    EXPECT_EQ(0u, sample->Release());
+    EXPECT_EQ(S_OK, producer->ReclaimBuffers(back));
+    EXPECT_EQ(std::vector<void*>{frame}, back);
+    EXPECT_EQ(S_OK, producer->ReclaimBuffers(back));
+    EXPECT_EQ(1u, back.size()) << "each released buffer comes back once";
+    producer->Release();
+    EXPECT_EQ(0u, allocator->Release());
+    EXPECT_EQ(baseline, CBaseObject::ObjectsActive()) << "the allocator and its samples are gone";
+    CoUninitialize();
 }
 
 } // namespace

@@ -21,15 +21,13 @@ namespace fs = std::filesystem;
 int Command(std::vector<std::string> args) {
     args.insert(args.begin(), "convert");
     std::vector<char*> argv;
-    for (auto& a : args) {
+    for (auto& a : args)
         argv.push_back(a.data());
-    }
     ::testing::internal::CaptureStderr();
     const int status = QvnConvertCommand(static_cast<int>(argv.size()), argv.data());
     const std::string messages = ::testing::internal::GetCapturedStderr();
-    if (status == 2) {
+    if (status == 2)
         EXPECT_NE(messages.find("qvnhost: convert: "), std::string::npos) << messages;
-    }
     return status;
 }
 
@@ -104,9 +102,8 @@ TEST_F(ConvertCommand, BadInputExitsWithTwo) {
     EXPECT_EQ(Command(good), 2) << "a trailing partial frame is short input";
     EXPECT_EQ(Command(with(1, "v211")), 2);
     EXPECT_EQ(Command(with(3, "rgba")), 2);
-    for (const char* size : {"0x8", "8", "8x", "x8", "-8x8", "8x8x", "axb", "20000x8"}) {
+    for (const char* size : {"0x8", "8", "8x", "x8", "-8x8", "8x8x", "axb", "20000x8"})
         EXPECT_EQ(Command(with(5, size)), 2) << size;
-    }
     EXPECT_EQ(Command(with(7, Path("missing.raw"))), 2);
     auto frames = good;
     frames.insert(frames.end(), {"--frames", "1"});

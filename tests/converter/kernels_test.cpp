@@ -85,9 +85,8 @@ std::size_t Extent(Codec c, int width, int depth, bool vectorPath) {
 
 std::vector<int> Widths() {
     std::vector<int> w;
-    for (int i = 1; i <= 100; ++i) {
+    for (int i = 1; i <= 100; ++i)
         w.push_back(i);
-    }
     w.insert(w.end(), {720, 1280, 1920, 3840});
     return w;
 }
@@ -113,12 +112,10 @@ protected:
     std::uint32_t srcRowBytes = static_cast<std::uint32_t>(width * kPixelBytes[depth] + srcPad);
     std::uint32_t dstRowBytes =
         static_cast<std::uint32_t>(Extent(c, width, depth, vectorPath) + (width % 2) * 8 + 4);
-    if (alignedSrc) {
+    if (alignedSrc)
         srcRowBytes = RoundUp16(srcRowBytes);
-    }
-    if (alignedDst) {
+    if (alignedDst)
         dstRowBytes = RoundUp16(dstRowBytes);
-    }
     const Frame src = RandomFrame(depth, width, height, srcRowBytes, alignedSrc ? 0 : 1 + width % 7, rng);
     Buffer dst(static_cast<std::size_t>(dstRowBytes) * height, alignedDst ? 0 : 3);
     kernel(src.buffer.data(), srcRowBytes, dst.data(), dstRowBytes, width, height);
@@ -158,9 +155,8 @@ TEST_F(KernelTest, Sse2KernelsFollowTheVectorArithmetic) {
 }
 
 TEST_F(KernelTest, Avx2KernelsWriteExactlyWhatSse2Writes) {
-    if (!detail::CpuHasAvx2()) {
+    if (!detail::CpuHasAvx2())
         GTEST_SKIP() << "this processor does not run AVX2";
-    }
     for (Codec c : kCodecs) {
         for (int depth = 0; depth < 3; ++depth) {
             for (int width : Widths()) {
@@ -208,9 +204,8 @@ TEST_F(KernelTest, NothingIsReadOrWrittenPastTheFrame) {
                     const bool aligned = path == 1 || path == 3;
                     std::uint32_t dstRowBytes =
                         static_cast<std::uint32_t>(Extent(c, width, depth, vectorPath));
-                    if (aligned) {
+                    if (aligned)
                         dstRowBytes = RoundUp16(dstRowBytes);
-                    }
                     const std::size_t lastRow = c == Codec::kUyvy ? UyvyRowExtent(width, vectorPath, true)
                                                                   : Extent(c, width, depth, vectorPath);
                     GuardedBuffer src(srcBytes, aligned), dst(dstRowBytes + lastRow, aligned);

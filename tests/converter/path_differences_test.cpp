@@ -81,9 +81,8 @@ Differences Compare(const char* codec, int depth, std::mt19937& rng) {
             d.lumaMin = std::min(d.lumaMin, lv[i] - ls[i]);
             d.lumaMax = std::max(d.lumaMax, lv[i] - ls[i]);
         }
-        for (std::size_t i = 0; i < cs.size(); ++i) {
+        for (std::size_t i = 0; i < cs.size(); ++i)
             d.chroma = std::max(d.chroma, std::abs(cvv[i] - cs[i]));
-        }
     }
     return d;
 }

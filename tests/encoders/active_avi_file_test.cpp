@@ -68,10 +68,9 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> WrittenOrder(const avitest:
     std::vector<std::pair<std::uint32_t, std::uint32_t>> order;
     at = 12 + 8 + avitest::U32(b, 16); // after the header list
     const std::uint64_t end = at + 8 + avitest::U32(b, at + 4);
-    for (const avitest::Chunk& c : avitest::Walk(b, at + 12, end)) {
+    for (const avitest::Chunk& c : avitest::Walk(b, at + 12, end))
         if (c.id == "00db" || c.id == "01wb")
             order.emplace_back(avitest::U32(b, c.position + 8), avitest::U32(b, c.position + 12));
-    }
     return order;
 }
 
@@ -89,10 +88,9 @@ TEST(Task, QueueStopsOneAboveItsBoundAndDrainsOnStart) {
     ASSERT_TRUE(task.Start(5)); // already running: no more threads
     EXPECT_EQ(task.ThreadCount(), 2u);
     WaitFor([&] { return task.served.load() == 51; });
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < 2; ++i)
         while (!task.Push(-1))
             QVN::SleepMs(1);
-    }
     task.Join();
     EXPECT_EQ(task.ThreadCount(), 0u);
     EXPECT_EQ(task.sum.load(), 51);
@@ -104,18 +102,16 @@ TEST(Task, ManyProducersAndWorkersServeEveryItemOnce) {
     std::vector<std::thread> producers;
     for (int p = 0; p < 4; ++p) {
         producers.emplace_back([&task, p] {
-            for (int i = 1; i <= 2000; ++i) {
+            for (int i = 1; i <= 2000; ++i)
                 while (!task.Push(p * 10000 + i))
                     std::this_thread::yield();
-            }
         });
     }
     for (std::thread& t : producers)
         t.join();
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         while (!task.Push(-1))
             QVN::SleepMs(1);
-    }
     task.Join();
     long long expected = 0;
     for (int p = 0; p < 4; ++p)

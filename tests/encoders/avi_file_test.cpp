@@ -210,13 +210,11 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
     const auto chunks = avitest::Walk(b, moviData, movi.bodyEnd);
     ASSERT_FALSE(chunks.empty());
     EXPECT_EQ(chunks.back().position + 8 + chunks.back().size + (chunks.back().size & 1), movi.bodyEnd);
-    for (std::size_t i = 0; i < chunks.size(); ++i) {
-        if (chunks[i].id != "JUNK") {
+    for (std::size_t i = 0; i < chunks.size(); ++i)
+        if (chunks[i].id != "JUNK")
             payloads.push_back(chunks[i]);
-        } else if (i > 0 && chunks[i - 1].id.rfind("ix", 0) == 0) {
+        else if (i > 0 && chunks[i - 1].id.rfind("ix", 0) == 0)
             EXPECT_EQ((chunks[i].position + 8 + chunks[i].size) % 4096, 0u);
-        }
-    }
     ASSERT_EQ(payloads.size(), plan.size() - 1 + 2);
     std::size_t next = 0;
     std::vector<std::uint64_t> positions;
@@ -368,12 +366,11 @@ TEST(AviFile, AFullStandardIndexIsFlushedAndTheNextCountsFromTheChunkThatFilledI
     const List hdrl = ListAt(b, 12, "hdrl");
     const List movi = ListAt(b, hdrl.bodyEnd, "movi");
     std::vector<std::uint64_t> data, indexes;
-    for (const auto& c : avitest::Walk(b, movi.position + 12, movi.bodyEnd)) {
+    for (const auto& c : avitest::Walk(b, movi.position + 12, movi.bodyEnd))
         if (c.id == "00wb")
             data.push_back(c.position);
         else if (c.id == "ix00")
             indexes.push_back(c.position);
-    }
     ASSERT_EQ(data.size(), kChunks);
     ASSERT_EQ(indexes.size(), 2u);
     EXPECT_LT(indexes[0], data[8188]) << "flushed right after the chunk that filled it";

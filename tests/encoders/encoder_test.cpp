@@ -124,9 +124,8 @@ TEST(AviEncoder, AudioFormatsAreWrittenAsThePlaybackSoftwareExpects) {
     // format, what a plain one does not set keeps its value; after Initialise it is zero.
     const unsigned char two[16] = {1, 0, 2, 0, 0x44, 0xAC, 0, 0, 0x10, 0xB1, 2, 0, 4, 0, 16, 0};
     for (const bool initialised : {false, true}) {
-        if (initialised) {
+        if (initialised)
             ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 512, nullptr), 0u);
-        }
         ASSERT_EQ(encoder.SetAudioFormat(2, 44100, 16, 3), 0u);
         std::memcpy(b, &encoder.AudioFormat(), 40);
         EXPECT_EQ(std::memcmp(b, two, 16), 0);

@@ -71,10 +71,9 @@ std::uint32_t Produce(void* raw) {
 
 std::uint32_t Consume(void* raw) {
     auto* run = static_cast<SemaphoreRun*>(raw);
-    for (int i = 0; i < run->perConsumer; ++i) {
+    for (int i = 0; i < run->perConsumer; ++i)
         if (run->semaphore.Wait(10000))
             run->taken.fetch_add(1);
-    }
     return 0;
 }
 

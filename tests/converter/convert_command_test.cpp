@@ -26,8 +26,9 @@ int Command(std::vector<std::string> args) {
     ::testing::internal::CaptureStderr();
     const int status = QvnConvertCommand(static_cast<int>(argv.size()), argv.data());
     const std::string messages = ::testing::internal::GetCapturedStderr();
-    if (status == 2)
+    if (status == 2) {
         EXPECT_NE(messages.find("qvnhost: convert: "), std::string::npos) << messages;
+    }
     return status;
 }
 
@@ -110,21 +111,16 @@ TEST_F(ConvertCommand, BadInputExitsWithTwo) {
     EXPECT_EQ(Command(frames), 0) << "one whole frame is there";
     frames.back() = "2";
     EXPECT_EQ(Command(frames), 2) << "two are not";
-    auto args = good;
-    args.insert(args.end(), {"--src-row-bytes", "31"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.insert(args.end(), {"--dst-row-bytes", "15"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.insert(args.end(), {"--path", "fast"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.insert(args.end(), {"--matrix", "3"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.push_back("--bogus");
-    EXPECT_EQ(Command(args), 2);
+    for (const std::vector<std::string>& extra :
+         std::vector<std::vector<std::string>>{{"--src-row-bytes", "31"},
+                                               {"--dst-row-bytes", "15"},
+                                               {"--path", "fast"},
+                                               {"--matrix", "3"},
+                                               {"--bogus"}}) {
+        auto args = good;
+        args.insert(args.end(), extra.begin(), extra.end());
+        EXPECT_EQ(Command(args), 2) << extra[0];
+    }
     EXPECT_EQ(Command({"--codec", "v210"}), 2);
 }
 

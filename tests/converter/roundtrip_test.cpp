@@ -129,7 +129,6 @@ protected:
         fs::create_directories(dir_);
     }
     void TearDown() override { fs::remove_all(dir_); }
-
     // Converts, lets ffmpeg decode to RGB, and returns the PSNR against the picture.
     Psnr RoundTripPsnr(const char* codec, const Picture& p, int depth, const char* decodeMatrix) {
         const int w = p.width, h = p.height;
@@ -179,7 +178,6 @@ protected:
         }
         return Measure(p, decoded);
     }
-
     fs::path dir_;
 };
 

@@ -80,7 +80,6 @@ TEST(TableAllocation, EachFailureIsReportedAndALaterCallBuildsAllFourAgain) {
         EXPECT_EQ(detail::Component8uLut() != nullptr, failAt > 2);
         EXPECT_EQ(detail::Component16uLut() != nullptr, failAt > 3);
         EXPECT_EQ(detail::Component32fLut(), nullptr);
-
         gFailAt = 0;
         const Outcome retried = ConvertOnePixel();
         EXPECT_EQ(retried.result, 0);

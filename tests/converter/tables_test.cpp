@@ -35,7 +35,6 @@ TEST(R210Tables, EveryEntryFollowsItsFormula) {
     EXPECT_EQ(lut[0], 64);
     EXPECT_EQ(lut[16384], 502);
     EXPECT_EQ(lut[32768], 940);
-
     for (unsigned code = 0; code < 1024; ++code) {
         const unsigned x = code > 64 ? code - 64 : 0;
         const unsigned q = (2 * x * 32768 + 876) / (2 * 876); // x * 32768 / 876 rounded half up
@@ -100,7 +99,6 @@ TEST(ColourMatrix, ValuesAndSelectionByWidth) {
         EXPECT_EQ(static_cast<int>(std::trunc(table.standardDefinition[i] * 32768.0f)), q15[0][i]) << i;
         EXPECT_EQ(static_cast<int>(std::trunc(table.highDefinition[i] * 32768.0f)), q15[1][i]) << i;
     }
-
     const float* sd = table.standardDefinition;
     const float* hd = table.highDefinition;
     EXPECT_EQ(detail::SelectMatrix(table, 0, 720), sd);

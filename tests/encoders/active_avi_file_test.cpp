@@ -14,7 +14,7 @@
 #include "encoders/aligned_buffer_pool.h"
 #include "encoders/task.h"
 #include "platform/sleep.h"
-#include "riff_reader.h"
+#include "test_files.h"
 
 namespace {
 
@@ -40,17 +40,6 @@ void WaitFor(const std::function<bool()>& condition) {
         ASSERT_LT(QVN::MonotonicMs() - start, 20000u) << "condition never became true";
         QVN::SleepMs(1);
     }
-}
-
-VIDEOINFOHEADER TinyVideo() {
-    VIDEOINFOHEADER v{};
-    v.AvgTimePerFrame = 400000;
-    v.bmiHeader.biSize = 40;
-    v.bmiHeader.biWidth = 16;
-    v.bmiHeader.biHeight = 16;
-    v.bmiHeader.biCompression = avitest::Fcc("UYVY");
-    v.bmiHeader.biSizeImage = 512;
-    return v;
 }
 
 // Payloads carry their stream and sequence number so the file shows the order they were written in.
@@ -124,7 +113,7 @@ TEST(Task, ManyProducersAndWorkersServeEveryItemOnce) {
 TEST(ActiveAviFile, ItemsAheadOfTheirTurnWaitForTheMissingOne) {
     avitest::TempDir dir("order");
     AlignedBufferPool pool;
-    VideoStreamInfo video(TinyVideo());
+    VideoStreamInfo video(avitest::Video("UYVY", 16, 16, 512));
     CActiveAviFile file;
     ASSERT_EQ(file.Open((dir / "order.avi").string().c_str(), {&video}), S_OK);
     ASSERT_TRUE(file.Start(1));
@@ -153,7 +142,7 @@ TEST(ActiveAviFile, ItemsAheadOfTheirTurnWaitForTheMissingOne) {
 TEST(ActiveAviFile, StreamsInterleaveAndEachKeepsItsOrder) {
     avitest::TempDir dir("interleave");
     AlignedBufferPool pool;
-    VideoStreamInfo video(TinyVideo());
+    VideoStreamInfo video(avitest::Video("UYVY", 16, 16, 512));
     const WAVEFORMATEX pcm{WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
     AudioStreamInfo audio(&pcm);
     CActiveAviFile file;
@@ -181,7 +170,6 @@ TEST(ActiveAviFile, StreamsInterleaveAndEachKeepsItsOrder) {
         audioProducer.join();
         // The stop marker lands behind everything queued: all of it reaches the file.
         EXPECT_EQ(file.Shutdown(), S_OK);
-
         const auto order = WrittenOrder(avitest::ReadAll(path));
         ASSERT_EQ(order.size(), kVideo + kAudio);
         std::uint32_t next[2] = {1, 1};

@@ -17,7 +17,7 @@
 #include "encoders/simple_avi_encoder.h"
 #include "platform/allocation_faults.h"
 #include "platform/sleep.h"
-#include "riff_reader.h"
+#include "test_files.h"
 
 namespace {
 
@@ -83,11 +83,7 @@ Outcome Session(const std::filesystem::path& path, const std::wstring& wide) {
     } catch (const std::bad_alloc&) { // the host's export fails with an internal error
         return outcome;
     }
-    BITMAPINFOHEADER bmi{};
-    bmi.biSize = 40;
-    bmi.biWidth = 64;
-    bmi.biHeight = 64;
-    bmi.biSizeImage = kFrameBytes;
+    const BITMAPINFOHEADER bmi = avitest::Video("UYVY", 64, 64, kFrameBytes).bmiHeader;
     const std::uint32_t initialised = encoder->Initialise(nullptr, &bmi, 0, 25, 1, 4, kFrameBytes, nullptr);
     BufferList buffers;
     const std::uint32_t listed = initialised == 0 ? encoder->GetFreeBuffers(buffers) : initialised;
@@ -144,10 +140,8 @@ TEST(AviEncoderAllocationFailure, EveryAllocationFailingInTurnEndsCleanly) {
         // Finish either saw every item written, or says that the writer had to drop one.
         ASSERT_TRUE(outcome.finish == 0 || outcome.finish == Status::kOutOfMemory) << outcome.finish;
         const avitest::Bytes b = avitest::ReadAll(path);
-        const std::uint64_t moviStart = 12 + 8 + U32(b, 16);
         std::uint32_t next[2] = {1, 1};
-        for (const avitest::Chunk& c :
-             avitest::Walk(b, moviStart + 12, moviStart + 8 + U32(b, moviStart + 4))) {
+        for (const avitest::Chunk& c : avitest::MoviChunks(b)) {
             if (c.id != "00db" && c.id != "01wb")
                 continue;
             const std::uint32_t stream = c.id == "00db" ? 0 : 1;

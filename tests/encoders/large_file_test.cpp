@@ -7,8 +7,6 @@
 #include <sstream>
 
 #include "encoders/avi_file.h"
-#include "host/inspect_command.h"
-#include "riff_reader.h"
 #include "test_files.h"
 
 namespace {
@@ -59,17 +57,11 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     ASSERT_TRUE(avitest::HaveTool("ffprobe")) << "ffprobe is needed for this test";
     avitest::TempDir dir("large");
     const auto file = dir / "large.avi";
-    avitest::ExportConfig c;
-    c.width = 1920;
-    c.height = 1080;
-    c.frameBytes = avitest::FrameBytes("v210", 1920, 1080);
-    c.frames = 470; // 2.6 GB
-    c.channels = 2;
+    const avitest::ExportConfig c = avitest::Config("v210", 1920, 1080, 470, 2); // 2.6 GB
     const avitest::ExportResult written = avitest::WriteExport(file, c);
     ASSERT_EQ(written.status, 0u);
     const std::uint64_t size = std::filesystem::file_size(file);
     ASSERT_GT(size, 2500000000u);
-
     // Segments: "AVI " then "AVIX", each closing at the first chunk that takes it past the limit.
     Seeker s(file);
     std::vector<std::uint64_t> riffs;
@@ -131,7 +123,6 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     EXPECT_EQ(frames, c.frames);
     EXPECT_LT(frames1, c.frames);
     EXPECT_EQ(s.U32(48), c.frames); // avih counts the frames of all segments
-
     const auto video = avitest::Run("ffprobe -v error -select_streams v:0 -count_packets -show_entries "
                                     "stream=nb_read_packets,nb_frames -of csv=p=0 " +
                                     avitest::Quote(file));
@@ -146,13 +137,9 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
         avitest::Run("ffmpeg -nostdin -v error -sseof -1 -i " + avitest::Quote(file) + " -map 0 -f null -");
     EXPECT_EQ(lastFrames.exitCode, 0);
     EXPECT_EQ(lastFrames.errors, ""); // the last segment decodes
-
-    std::string a0 = "inspect", a1 = file.string();
-    char* argv[] = {a0.data(), a1.data()};
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
-    const std::string inspected = testing::internal::GetCapturedStdout();
-    EXPECT_NE(inspected.find("\nconsistent\n"), std::string::npos) << inspected;
+    const avitest::Inspected inspected = avitest::Inspect({file.string()});
+    EXPECT_EQ(inspected.code, 0);
+    EXPECT_NE(inspected.out.find("\nconsistent\n"), std::string::npos) << inspected.out;
 }
 
 TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
@@ -228,14 +215,7 @@ TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
     // 4093 standard indexes of 8188 entries each, made of repeated frames so that no payload is written.
     avitest::TempDir dir("superindex");
     const auto file = dir / "repeats.avi";
-    VIDEOINFOHEADER v{};
-    v.AvgTimePerFrame = 400000;
-    v.bmiHeader.biSize = 40;
-    v.bmiHeader.biWidth = 16;
-    v.bmiHeader.biHeight = 16;
-    v.bmiHeader.biCompression = avitest::Fcc("UYVY");
-    v.bmiHeader.biSizeImage = 512;
-    VideoStreamInfo video(v);
+    VideoStreamInfo video(avitest::Video("UYVY", 16, 16, 512));
     AVIFile avi;
     ASSERT_EQ(avi.Open(file.string().c_str(), {&video}), S_OK);
     unsigned char frame[512] = {};
@@ -247,7 +227,6 @@ TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
     EXPECT_EQ(avi.WriteChunk(0, frame, sizeof(frame), true), E_FAIL);
     EXPECT_EQ(avi.GetStream(0)->Header().dwLength, kAccepted); // refused chunks are not counted
     ASSERT_EQ(avi.Close(), S_OK);
-
     Seeker s(file);
     const std::uint64_t indx = 212;
     ASSERT_EQ(s.Tag(indx), "indx");
@@ -272,11 +251,8 @@ TEST(LargeFile, FfmpegOpenDmlFileIsConsistentToTheInspector) {
                      "sine=sample_rate=48000 -t 11 -c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le " +
                      avitest::Quote(file));
     ASSERT_EQ(r.exitCode, 0) << r.errors;
-    std::string a0 = "inspect", a1 = file.string();
-    char* argv[] = {a0.data(), a1.data()};
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
-    const std::string out = testing::internal::GetCapturedStdout();
+    const auto [code, out, err] = avitest::Inspect({file.string()});
+    EXPECT_EQ(code, 0) << err;
     EXPECT_NE(out.find("form=\"AVIX\""), std::string::npos) << out;
     EXPECT_NE(out.find("chunk id=\"dmlh\""), std::string::npos) << out;
     EXPECT_NE(out.find("total_frames=275"), std::string::npos) << out; // 11 s at 25 fps, in dmlh

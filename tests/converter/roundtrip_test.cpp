@@ -13,7 +13,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -78,11 +77,6 @@ Frame HostFrame(const Picture& p, int depth) {
         }
     }
     return f;
-}
-
-std::vector<std::uint8_t> ReadAll(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 // Within four pixels of a vertical bar edge, where 4:2:2 chroma cannot follow the picture.

@@ -37,6 +37,20 @@ public:
         }
         return chunks;
     }
+    // The chunks other than JUNK in the movi list of the RIFF at `riff`; `list` receives the list itself.
+    std::vector<avitest::Chunk> Movi(std::uint64_t riff, avitest::Chunk* list = nullptr) {
+        std::vector<avitest::Chunk> inside;
+        for (const auto& k : Walk(riff + 12, riff + 8 + U32(riff + 4))) {
+            if (k.id != "LIST" || Tag(k.position + 8) != "movi")
+                continue;
+            if (list)
+                *list = k;
+            for (const auto& c : Walk(k.position + 12, k.position + 8 + k.size))
+                if (c.id != "JUNK")
+                    inside.push_back(c);
+        }
+        return inside;
+    }
 
 private:
     std::ifstream in_;
@@ -75,16 +89,9 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     std::uint64_t frames = 0, frames1 = 0;
     for (std::size_t i = 0; i < riffs.size(); ++i) {
         const auto top = s.Walk(riffs[i] + 12, riffs[i] + 8 + s.U32(riffs[i] + 4));
-        const auto movi = std::find_if(top.begin(), top.end(), [&](const avitest::Chunk& k) {
-            return k.id == "LIST" && s.Tag(k.position + 8) == "movi";
-        });
-        ASSERT_NE(movi, top.end());
-        EXPECT_EQ((movi->position + 12) % 4096, 0u);
-        const auto chunks = s.Walk(movi->position + 12, movi->position + 8 + movi->size);
-        std::vector<avitest::Chunk> data;
-        for (const auto& k : chunks)
-            if (k.id != "JUNK")
-                data.push_back(k);
+        avitest::Chunk movi{};
+        const auto data = s.Movi(riffs[i], &movi);
+        EXPECT_EQ((movi.position + 12) % 4096, 0u);
         ASSERT_GE(data.size(), 3u);
         // Each segment's movi list ends with both standard indexes.
         EXPECT_EQ(data[data.size() - 2].id, "ix00");
@@ -153,11 +160,10 @@ TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
         const auto path = dir / "probe.avi";
         ASSERT_EQ(probe.Open(path.string().c_str(), {&audio}), S_OK);
         ASSERT_EQ(probe.Close(), S_OK);
-        Seeker s(path);
-        for (const auto& k : s.Walk(12, 8 + s.U32(4)))
-            if (k.id == "LIST" && s.Tag(k.position + 8) == "movi")
-                dataStart = k.position + 12;
-        ASSERT_GT(dataStart, 0u);
+        avitest::Chunk movi{};
+        Seeker(path).Movi(0, &movi);
+        dataStart = movi.position + 12;
+        ASSERT_GT(dataStart, 12u);
     }
     // Chunks that end exactly 1,000,000,000 bytes into the file do not split it; the next chunk, which
     // passes the limit, is still the first segment's last one.
@@ -186,21 +192,12 @@ TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
     const std::uint64_t second = 8 + s.U32(4);
     ASSERT_EQ(s.Tag(second), "RIFF");
     ASSERT_EQ(s.Tag(second + 8), "AVIX");
-    const auto chunksOf = [&](std::uint64_t riff) {
-        std::vector<avitest::Chunk> inside;
-        for (const auto& k : s.Walk(riff + 12, riff + 8 + s.U32(riff + 4)))
-            if (k.id == "LIST" && s.Tag(k.position + 8) == "movi")
-                for (const auto& c : s.Walk(k.position + 12, k.position + 8 + k.size))
-                    if (c.id != "JUNK")
-                        inside.push_back(c);
-        return inside;
-    };
-    const auto first = chunksOf(0);
+    const auto first = s.Movi(0);
     ASSERT_EQ(first.size(), positions.size() + 1);
     for (std::size_t i = 0; i < positions.size(); ++i)
         EXPECT_EQ(first[i].position, positions[i]) << i;
     EXPECT_EQ(first.back().id, "ix00");
-    const auto later = chunksOf(second);
+    const auto later = s.Movi(second);
     ASSERT_EQ(later.size(), 2u);
     EXPECT_EQ(later[0].id, "00wb");
     ASSERT_EQ(later[1].id, "ix00");
@@ -232,7 +229,7 @@ TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
     ASSERT_EQ(s.Tag(indx), "indx");
     EXPECT_EQ(s.U32(indx + 12), 4094u); // the flush at close used the slot that was kept free
     const std::uint64_t last = indx + 32 + 16 * 4093;
-    const std::uint64_t lastIx = s.U32(last) | static_cast<std::uint64_t>(s.U32(last + 4)) << 32;
+    const std::uint64_t lastIx = s.U64(last);
     EXPECT_EQ(s.Tag(lastIx), "ix00");
     EXPECT_EQ(s.U32(lastIx + 12), 0u); // empty: every accepted entry went into the earlier ones
     EXPECT_EQ(s.U32(last + 12), 0u);

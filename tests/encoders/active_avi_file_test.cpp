@@ -34,6 +34,14 @@ public:
     std::atomic<int> served{0};
 };
 
+// One end marker per worker, then the workers' end.
+void Stop(CountingTask& task, int workers) {
+    for (int i = 0; i < workers; ++i)
+        while (!task.Push(-1))
+            QVN::SleepMs(1);
+    task.Join();
+}
+
 void WaitFor(const std::function<bool()>& condition) {
     const std::uint64_t start = QVN::MonotonicMs();
     while (!condition()) {
@@ -77,10 +85,7 @@ TEST(Task, QueueStopsOneAboveItsBoundAndDrainsOnStart) {
     ASSERT_TRUE(task.Start(5)); // already running: no more threads
     EXPECT_EQ(task.ThreadCount(), 2u);
     WaitFor([&] { return task.served.load() == 51; });
-    for (int i = 0; i < 2; ++i)
-        while (!task.Push(-1))
-            QVN::SleepMs(1);
-    task.Join();
+    Stop(task, 2);
     EXPECT_EQ(task.ThreadCount(), 0u);
     EXPECT_EQ(task.sum.load(), 51);
 }
@@ -98,10 +103,7 @@ TEST(Task, ManyProducersAndWorkersServeEveryItemOnce) {
     }
     for (std::thread& t : producers)
         t.join();
-    for (int i = 0; i < 3; ++i)
-        while (!task.Push(-1))
-            QVN::SleepMs(1);
-    task.Join();
+    Stop(task, 3);
     long long expected = 0;
     for (int p = 0; p < 4; ++p)
         for (int i = 1; i <= 2000; ++i)

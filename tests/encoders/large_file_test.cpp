@@ -56,15 +56,6 @@ private:
     std::ifstream in_;
 };
 
-std::uint64_t Sum(const std::string& text) {
-    std::uint64_t total = 0;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            total += std::stoull(line);
-    return total;
-}
-
 } // namespace
 
 TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
@@ -139,7 +130,10 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
         avitest::Run("ffprobe -v error -select_streams a:0 -show_entries frame=nb_samples -of csv=p=0 " +
                      avitest::Quote(file));
     ASSERT_EQ(audio.exitCode, 0) << audio.errors;
-    EXPECT_EQ(Sum(audio.output), written.samples);
+    std::uint64_t samples = 0;
+    for (const std::string& line : avitest::Lines(audio.output))
+        samples += std::stoull(line);
+    EXPECT_EQ(samples, written.samples);
     const auto lastFrames =
         avitest::Run("ffmpeg -nostdin -v error -sseof -1 -i " + avitest::Quote(file) + " -map 0 -f null -");
     EXPECT_EQ(lastFrames.exitCode, 0);

@@ -12,14 +12,7 @@ using avitest::Config;
 using avitest::Quote;
 using avitest::Run;
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
-}
+using avitest::Lines;
 
 // "key=value" lines of ffprobe's default-wrapper-free output.
 std::string Field(const std::string& text, const std::string& key) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,16 @@ inline Inspected Inspect(std::vector<std::string> args) {
     const int code = QvnInspectCommand(static_cast<int>(argv.size()), argv.data());
     std::string out = testing::internal::GetCapturedStdout();
     return {code, out, testing::internal::GetCapturedStderr()};
+}
+
+// The non-empty lines of a tool's output.
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
 }
 
 // Offset of the second stream's strh in our files: behind the video strl with its 64 KiB super index.

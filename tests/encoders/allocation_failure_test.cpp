@@ -33,33 +33,32 @@ constexpr std::uint32_t kFrames = 6;
 // Aborts the process when a step takes longer than any healthy one could: a hang must not pass silently.
 class Watchdog {
 public:
-    Watchdog() : thread_([this] { Watch(); }) {}
+    Watchdog()
+        : thread_([this] {
+              while (!stop_.load()) {
+                  const std::uint64_t since = since_.load();
+                  if (since != 0 && QVN::MonotonicMs() - since > 30000) {
+                      std::fprintf(stderr, "hang with allocation %llu failing\n",
+                                   static_cast<unsigned long long>(n_.load()));
+                      std::abort();
+                  }
+                  QVN::SleepMs(10);
+              }
+          }) {}
     ~Watchdog() {
-        stop_.store(true);
+        stop_ = true;
         thread_.join();
     }
     void Arm(std::uint64_t n) {
-        n_.store(n);
-        since_.store(QVN::MonotonicMs());
+        n_ = n;
+        since_ = QVN::MonotonicMs();
     }
-    void Disarm() { since_.store(0); }
+    void Disarm() { since_ = 0; }
 
 private:
-    void Watch() {
-        while (!stop_.load()) {
-            const std::uint64_t since = since_.load();
-            if (since != 0 && QVN::MonotonicMs() - since > 30000) {
-                std::fprintf(stderr, "hang with allocation %llu failing\n",
-                             static_cast<unsigned long long>(n_.load()));
-                std::abort();
-            }
-            QVN::SleepMs(10);
-        }
-    }
     std::atomic<bool> stop_{false};
-    std::atomic<std::uint64_t> since_{0};
-    std::atomic<std::uint64_t> n_{0};
-    std::thread thread_;
+    std::atomic<std::uint64_t> since_{0}, n_{0};
+    std::thread thread_; // last: it starts once the flags exist
 };
 
 // Retries an operation once when it ran out of memory: only one allocation fails per session.

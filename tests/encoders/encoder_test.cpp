@@ -294,6 +294,11 @@ TEST(AviEncoder, PixelAspectRecordIsAppendedAfterClose) {
         'R', 'I', 'F', 'F', 32, 0, 0, 0,  'A', 'V', 'I', 'X', 'P',  'r',  'm',  'A',  20, 0, 0, 0,
         'P', 'A', 'R', 'f', 0,  0, 0, 20, 0,   1,   0,   0,   0xFF, 0xFF, 0xFF, 0xF6, 0,  0, 0, 11};
     EXPECT_EQ(std::memcmp(b.data() + closed, record, 40), 0);
+    // To a reader it is one more RIFF form after the file, and no problem.
+    const avitest::Inspected inspected = avitest::Inspect({path.string()});
+    EXPECT_EQ(inspected.code, 0) << inspected.out;
+    EXPECT_NE(inspected.out.find("form=\"AVIX\""), std::string::npos);
+    EXPECT_NE(inspected.out.find("chunk id=\"PrmA\""), std::string::npos);
     std::filesystem::remove_all(dir.path());
     EXPECT_EQ(encoder.WritePixelAspect(10, 11), 99u); // its folder is gone
 }

@@ -7,7 +7,6 @@
 #include <functional>
 #include <random>
 
-#include "encoders/simple_avi_encoder.h"
 #include "test_files.h"
 
 namespace {
@@ -144,22 +143,4 @@ TEST(Inspect, UsageErrorsExitWithTwoAndOneLine) {
     const Outcome missing = Inspect({"/nonexistent/dir/file.avi"});
     EXPECT_EQ(missing.code, 1);
     EXPECT_NE(missing.err.find("cannot open"), std::string::npos);
-}
-
-TEST(Inspect, PixelAspectRecordAfterTheFileIsNoProblem) {
-    avitest::TempDir dir("inspect-par");
-    const auto file = dir / "par.avi";
-    CSimpleAviEncoder encoder(avitest::Fcc("UYVY"));
-    const BITMAPINFOHEADER bmi = avitest::Video("UYVY", 8, 8, 128).bmiHeader;
-    ASSERT_EQ(encoder.Initialise(nullptr, &bmi, 0, 25, 1, 1, 128, nullptr), 0u);
-    BufferList buffers;
-    encoder.GetFreeBuffers(buffers);
-    ASSERT_EQ(encoder.Open(1, 0, 0x7FFFFFFF, file.wstring().c_str()), 0u);
-    ASSERT_EQ(encoder.WriteVideo(buffers[0], 128), 0u);
-    ASSERT_EQ(encoder.Close(), 0u);
-    ASSERT_EQ(encoder.WritePixelAspect(10, 11), 0u);
-    const Outcome o = Inspect({file.string()});
-    EXPECT_EQ(o.code, 0) << o.out;
-    EXPECT_NE(o.out.find("form=\"AVIX\""), std::string::npos);
-    EXPECT_NE(o.out.find("chunk id=\"PrmA\""), std::string::npos);
 }

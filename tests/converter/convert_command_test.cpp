@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -21,9 +20,8 @@ namespace fs = std::filesystem;
 int Command(std::vector<std::string> args) {
     args.insert(args.begin(), "convert");
     std::vector<char*> argv;
-    for (auto& a : args) {
+    for (auto& a : args)
         argv.push_back(a.data());
-    }
     ::testing::internal::CaptureStderr();
     const int status = QvnConvertCommand(static_cast<int>(argv.size()), argv.data());
     const std::string messages = ::testing::internal::GetCapturedStderr();
@@ -31,11 +29,6 @@ int Command(std::vector<std::string> args) {
         EXPECT_NE(messages.find("qvnhost: convert: "), std::string::npos) << messages;
     }
     return status;
-}
-
-std::vector<std::uint8_t> ReadAll(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 class ConvertCommand : public ::testing::Test {
@@ -94,40 +87,34 @@ TEST_F(ConvertCommand, FramesMatchTheEntryPoints) {
 
 TEST_F(ConvertCommand, BadInputExitsWithTwo) {
     std::ofstream(Path("in.raw"), std::ios::binary) << std::string(4 * 8 * 8 + 5, 'x');
-    const std::vector<std::string> good = {"--codec", "uyvy", "--from",       "bgra",  "--size",
-                                           "8x8",     "--in", Path("in.raw"), "--out", Path("out.raw")};
+    // One whole frame and a partial one: with "--frames 1" every argument is good, so each bad one below is
+    // the only fault.
+    const std::vector<std::string> good = {"--codec", "uyvy",          "--from",   "bgra",
+                                           "--size",  "8x8",           "--in",     Path("in.raw"),
+                                           "--out",   Path("out.raw"), "--frames", "1"};
     const auto with = [&](std::size_t index, const std::string& value) {
         auto args = good;
         args[index] = value;
         return args;
     };
-    EXPECT_EQ(Command(good), 2) << "a trailing partial frame is short input";
+    EXPECT_EQ(Command(good), 0) << "one whole frame is there";
+    EXPECT_EQ(Command(with(11, "2")), 2) << "two are not";
+    EXPECT_EQ(Command({good.begin(), good.end() - 2}), 2) << "a trailing partial frame is short input";
     EXPECT_EQ(Command(with(1, "v211")), 2);
     EXPECT_EQ(Command(with(3, "rgba")), 2);
-    for (const char* size : {"0x8", "8", "8x", "x8", "-8x8", "8x8x", "axb", "20000x8"}) {
+    for (const char* size : {"0x8", "8", "8x", "x8", "-8x8", "8x8x", "axb", "20000x8"})
         EXPECT_EQ(Command(with(5, size)), 2) << size;
-    }
     EXPECT_EQ(Command(with(7, Path("missing.raw"))), 2);
-    auto frames = good;
-    frames.insert(frames.end(), {"--frames", "1"});
-    EXPECT_EQ(Command(frames), 0) << "one whole frame is there";
-    frames.back() = "2";
-    EXPECT_EQ(Command(frames), 2) << "two are not";
-    auto args = good;
-    args.insert(args.end(), {"--src-row-bytes", "31"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.insert(args.end(), {"--dst-row-bytes", "15"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.insert(args.end(), {"--path", "fast"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.insert(args.end(), {"--matrix", "3"});
-    EXPECT_EQ(Command(args), 2);
-    args = good;
-    args.push_back("--bogus");
-    EXPECT_EQ(Command(args), 2);
+    for (const std::vector<std::string>& extra :
+         std::vector<std::vector<std::string>>{{"--src-row-bytes", "31"},
+                                               {"--dst-row-bytes", "15"},
+                                               {"--path", "fast"},
+                                               {"--matrix", "3"},
+                                               {"--bogus"}}) {
+        auto args = good;
+        args.insert(args.end(), extra.begin(), extra.end());
+        EXPECT_EQ(Command(args), 2) << extra[0];
+    }
     EXPECT_EQ(Command({"--codec", "v210"}), 2);
 }
 

@@ -198,11 +198,9 @@ TEST(PathChoice, AlignmentDecidesThePathAndTheMessage) {
             const Outcome vector = Convert(c.entry, depth, format, 0, 0, 0, 0, cv::kPathVector);
             ASSERT_NE(scalar.output, vector.output) << "the two paths are told apart by their results";
             EXPECT_EQ(scalar.messages + vector.messages, "");
-
             const Outcome aligned = Convert(c.entry, depth, format, 0, 0, 0, 0, cv::kPathAuto);
             EXPECT_EQ(aligned.messages, "");
             EXPECT_EQ(aligned.output, vector.output);
-
             // Aligned destination address, row bytes not a multiple of 16: scalar, one line.
             const Outcome oddRows = Convert(c.entry, depth, format, 0, 0, 0, 8, cv::kPathAuto);
             EXPECT_EQ(oddRows.result, 0);
@@ -218,7 +216,6 @@ TEST(PathChoice, AlignmentDecidesThePathAndTheMessage) {
             const Outcome oddDst = Convert(c.entry, depth, format, 0, 0, 4, 0, cv::kPathAuto);
             EXPECT_EQ(std::count(oddDst.messages.begin(), oddDst.messages.end(), '\n'), 1) << oddDst.messages;
             EXPECT_EQ(oddDst.output, Convert(c.entry, depth, format, 0, 0, 4, 0, cv::kPathScalar).output);
-
             // Every mode above 1 forces the vector path, without the alignment tests and their message.
             for (const std::uint32_t mode : {3u, 0x80000000u, 0xFFFFFFFFu}) {
                 const Outcome forced = Convert(c.entry, depth, format, 0, 0, 0, 8, mode);
@@ -227,7 +224,6 @@ TEST(PathChoice, AlignmentDecidesThePathAndTheMessage) {
                     << mode;
                 EXPECT_EQ(Convert(c.entry, depth, format, 0, 0, 0, 0, mode).output, vector.output) << mode;
             }
-
             // Source at an odd address, destination aligned: a vector kernel without a message for 8u (and
             // 16u into r210); otherwise the scalar path with a message.
             const Outcome oddSource = Convert(c.entry, depth, format, 1, 0, 0, 0, cv::kPathAuto);
@@ -283,7 +279,6 @@ TEST(PathChoice, UnsupportedFormatsAndEmptyFramesLeaveTheDestination) {
         EXPECT_EQ(v210.messages, "");
         EXPECT_EQ(v210.output, untouched);
     }
-
     for (EntryPoint entry : {kV210, kUyvy, kR210}) {
         for (std::uint32_t path : {cv::kPathAuto, cv::kPathScalar, cv::kPathVector}) {
             for (const auto& [w, h] :

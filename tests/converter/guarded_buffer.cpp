@@ -32,21 +32,18 @@ GuardedBuffer::GuardedBuffer(std::size_t size, bool align16) {
     mapping_ = VirtualAlloc(nullptr, mappingBytes_, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
     DWORD old = 0;
     if (mapping_ == nullptr ||
-        !VirtualProtect(static_cast<std::uint8_t*>(mapping_) + dataPages * page, page, PAGE_NOACCESS, &old)) {
+        !VirtualProtect(static_cast<std::uint8_t*>(mapping_) + dataPages * page, page, PAGE_NOACCESS, &old))
         std::abort();
-    }
 #else
     mapping_ = mmap(nullptr, mappingBytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapping_ == MAP_FAILED ||
-        mprotect(static_cast<std::uint8_t*>(mapping_) + dataPages * page, page, PROT_NONE) != 0) {
+        mprotect(static_cast<std::uint8_t*>(mapping_) + dataPages * page, page, PROT_NONE) != 0)
         std::abort();
-    }
 #endif
     const auto end = reinterpret_cast<std::uintptr_t>(mapping_) + dataPages * page;
     std::uintptr_t start = end - size;
-    if (align16) {
+    if (align16)
         start &= ~std::uintptr_t{15};
-    }
     data_ = reinterpret_cast<std::uint8_t*>(start);
 }
 

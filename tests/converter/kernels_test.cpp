@@ -39,55 +39,36 @@ Kernel Bind(detail::RgbRowKernel k) {
 }
 
 Kernel ScalarKernel(Codec c, int depth, const float* m) {
-    switch (c) {
-    case Codec::kV210:
-        return Bind(detail::kV210Scalar[depth], m);
-    case Codec::kUyvy:
-        return Bind(detail::kUyvyScalar[depth], m);
-    default:
+    if (c == Codec::kR210)
         return Bind(detail::kR210Scalar[depth]);
-    }
+    return Bind((c == Codec::kV210 ? detail::kV210Scalar : detail::kUyvyScalar)[depth], m);
 }
 
 Kernel VectorKernel(Codec c, bool avx2, int depth, bool alignedSrc, bool alignedDst, const float* m) {
-    switch (c) {
-    case Codec::kV210:
-        return Bind((avx2 ? detail::kV210Avx2 : detail::kV210Sse2).kernel[depth][alignedSrc][alignedDst], m);
-    case Codec::kUyvy:
-        return Bind((avx2 ? detail::kUyvyAvx2 : detail::kUyvySse2).kernel[depth][alignedSrc][alignedDst], m);
-    default:
+    if (c == Codec::kR210)
         return Bind((avx2 ? detail::kR210Avx2 : detail::kR210Sse2).kernel[depth][alignedSrc][alignedDst]);
-    }
+    const detail::YuvVectorKernels& set = c == Codec::kV210 ? (avx2 ? detail::kV210Avx2 : detail::kV210Sse2)
+                                                            : (avx2 ? detail::kUyvyAvx2 : detail::kUyvySse2);
+    return Bind(set.kernel[depth][alignedSrc][alignedDst], m);
 }
 
 std::vector<std::vector<std::uint8_t>> Expected(Codec c, const SourceView& s, const float* m,
                                                 bool vectorPath) {
-    switch (c) {
-    case Codec::kV210:
-        return ReferenceV210(s, m, vectorPath);
-    case Codec::kUyvy:
-        return ReferenceUyvy(s, m, vectorPath);
-    default:
-        return ReferenceR210(s, vectorPath);
-    }
+    return c == Codec::kV210   ? ReferenceV210(s, m, vectorPath)
+           : c == Codec::kUyvy ? ReferenceUyvy(s, m, vectorPath)
+                               : ReferenceR210(s, vectorPath);
 }
 
 std::size_t Extent(Codec c, int width, int depth, bool vectorPath) {
-    switch (c) {
-    case Codec::kV210:
-        return V210RowExtent(width, vectorPath);
-    case Codec::kUyvy:
-        return UyvyRowExtent(width, vectorPath, false);
-    default:
-        return R210RowExtent(width, depth, vectorPath);
-    }
+    return c == Codec::kV210   ? V210RowExtent(width, vectorPath)
+           : c == Codec::kUyvy ? UyvyRowExtent(width, vectorPath, false)
+                               : R210RowExtent(width, depth, vectorPath);
 }
 
 std::vector<int> Widths() {
     std::vector<int> w;
-    for (int i = 1; i <= 100; ++i) {
+    for (int i = 1; i <= 100; ++i)
         w.push_back(i);
-    }
     w.insert(w.end(), {720, 1280, 1920, 3840});
     return w;
 }
@@ -113,12 +94,10 @@ protected:
     std::uint32_t srcRowBytes = static_cast<std::uint32_t>(width * kPixelBytes[depth] + srcPad);
     std::uint32_t dstRowBytes =
         static_cast<std::uint32_t>(Extent(c, width, depth, vectorPath) + (width % 2) * 8 + 4);
-    if (alignedSrc) {
+    if (alignedSrc)
         srcRowBytes = RoundUp16(srcRowBytes);
-    }
-    if (alignedDst) {
+    if (alignedDst)
         dstRowBytes = RoundUp16(dstRowBytes);
-    }
     const Frame src = RandomFrame(depth, width, height, srcRowBytes, alignedSrc ? 0 : 1 + width % 7, rng);
     Buffer dst(static_cast<std::size_t>(dstRowBytes) * height, alignedDst ? 0 : 3);
     kernel(src.buffer.data(), srcRowBytes, dst.data(), dstRowBytes, width, height);
@@ -127,29 +106,18 @@ protected:
            << "]";
 }
 
-TEST_F(KernelTest, ScalarKernelsFollowTheirFormulasAtAnyAlignment) {
+// Variants 0-2: the aligned SSE2 kernel, then its unaligned-source and fully unaligned ones; 3: the scalar
+// kernel, at any alignment. The two paths take the two matrices at opposite widths.
+TEST_F(KernelTest, ScalarAndSse2KernelsFollowTheirFormulas) {
     for (Codec c : kCodecs) {
         for (int depth = 0; depth < 3; ++depth) {
             for (int width : Widths()) {
-                const float* m = width % 2 ? kSdMatrix : kHdMatrix;
-                ASSERT_TRUE(Check(c, depth, width, false, ScalarKernel(c, depth, m), false, false, rng_, m));
-            }
-        }
-    }
-}
-
-TEST_F(KernelTest, Sse2KernelsFollowTheVectorArithmetic) {
-    for (Codec c : kCodecs) {
-        for (int depth = 0; depth < 3; ++depth) {
-            for (int width : Widths()) {
-                const float* m = width % 2 ? kHdMatrix : kSdMatrix;
-                // The aligned kernel, then the unaligned-source and fully unaligned variants.
-                for (int variant = 0; variant < 3; ++variant) {
-                    const bool alignedSrc = variant == 0;
-                    const bool alignedDst = variant != 2;
-                    ASSERT_TRUE(Check(c, depth, width, true,
-                                      VectorKernel(c, false, depth, alignedSrc, alignedDst, m), alignedSrc,
-                                      alignedDst, rng_, m))
+                for (int variant = 0; variant < 4; ++variant) {
+                    const bool vector = variant < 3, alignedSrc = variant == 0, alignedDst = variant < 2;
+                    const float* m = (width % 2 == 1) == vector ? kHdMatrix : kSdMatrix;
+                    const Kernel k = vector ? VectorKernel(c, false, depth, alignedSrc, alignedDst, m)
+                                            : ScalarKernel(c, depth, m);
+                    ASSERT_TRUE(Check(c, depth, width, vector, k, alignedSrc, alignedDst, rng_, m))
                         << " variant " << variant;
                 }
             }
@@ -158,9 +126,8 @@ TEST_F(KernelTest, Sse2KernelsFollowTheVectorArithmetic) {
 }
 
 TEST_F(KernelTest, Avx2KernelsWriteExactlyWhatSse2Writes) {
-    if (!detail::CpuHasAvx2()) {
+    if (!detail::CpuHasAvx2())
         GTEST_SKIP() << "this processor does not run AVX2";
-    }
     for (Codec c : kCodecs) {
         for (int depth = 0; depth < 3; ++depth) {
             for (int width : Widths()) {
@@ -208,9 +175,8 @@ TEST_F(KernelTest, NothingIsReadOrWrittenPastTheFrame) {
                     const bool aligned = path == 1 || path == 3;
                     std::uint32_t dstRowBytes =
                         static_cast<std::uint32_t>(Extent(c, width, depth, vectorPath));
-                    if (aligned) {
+                    if (aligned)
                         dstRowBytes = RoundUp16(dstRowBytes);
-                    }
                     const std::size_t lastRow = c == Codec::kUyvy ? UyvyRowExtent(width, vectorPath, true)
                                                                   : Extent(c, width, depth, vectorPath);
                     GuardedBuffer src(srcBytes, aligned), dst(dstRowBytes + lastRow, aligned);

@@ -49,9 +49,8 @@ int Saturate16(long long v) {
 std::vector<int> Sequence422(const std::vector<int>& y, const std::vector<int>& cb,
                              const std::vector<int>& cr) {
     std::vector<int> s;
-    for (std::size_t n = 0; n < y.size(); n += 2) {
+    for (std::size_t n = 0; n < y.size(); n += 2)
         s.insert(s.end(), {cb[n / 2], y[n], cr[n / 2], y[n + 1]});
-    }
     return s;
 }
 
@@ -62,9 +61,8 @@ std::vector<std::uint8_t> PackV210(const std::vector<int>& seq) {
         const std::uint32_t w = static_cast<std::uint32_t>(seq[i]) +
                                 static_cast<std::uint32_t>(seq[i + 1]) * 1024u +
                                 static_cast<std::uint32_t>(seq[i + 2]) * 1048576u;
-        for (int b = 0; b < 4; ++b) {
+        for (int b = 0; b < 4; ++b)
             out.push_back(static_cast<std::uint8_t>(w >> (8 * b)));
-        }
     }
     return out;
 }
@@ -125,9 +123,8 @@ std::vector<int> ScalarRow(const SourceView& s, const float* m, int row, int pix
 std::vector<int> VectorRow(const SourceView& s, const float* m, int row, int pixels, int shift, int yOffset,
                            int cOffset, std::vector<int>& cbOut, std::vector<int>& crOut) {
     int q[9];
-    for (int i = 0; i < 9; ++i) {
+    for (int i = 0; i < 9; ++i)
         q[i] = static_cast<int>(std::trunc(m[i] * 32768.0f));
-    }
     std::vector<std::array<int, 3>> S(pixels); // B, G, R
     for (int x = 0; x < pixels; ++x) {
         const Pixel p = Read(s, row, x);
@@ -147,9 +144,8 @@ std::vector<int> VectorRow(const SourceView& s, const float* m, int row, int pix
         return ((Saturate16(shift15(bg)) + Saturate16(shift15(r))) >> shift);
     };
     std::vector<int> y(pixels);
-    for (int x = 0; x < pixels; ++x) {
+    for (int x = 0; x < pixels; ++x)
         y[x] = apply(S[x], q, true) + yOffset;
-    }
     cbOut.clear();
     crOut.clear();
     for (int n = 0; n < pixels; n += 2) {
@@ -178,9 +174,8 @@ std::size_t V210RowExtent(int width, bool vectorPath) {
 }
 
 std::size_t UyvyRowExtent(int width, bool vectorPath, bool lastRow) {
-    if (!vectorPath) {
+    if (!vectorPath)
         return static_cast<std::size_t>(RoundUp(width, 2) * 2);
-    }
     return lastRow ? static_cast<std::size_t>(width * 2) : static_cast<std::size_t>(RoundUp(width, 24) * 2);
 }
 
@@ -214,9 +209,8 @@ std::vector<std::vector<std::uint8_t>> ReferenceUyvy(const SourceView& src, cons
         std::vector<int> y = vectorPath ? VectorRow(src, m, row, pixels, 6, 16, 128, cb, cr)
                                         : ScalarRow(src, m, row, pixels, false, cb, cr);
         std::vector<std::uint8_t> bytes;
-        for (int v : Sequence422(y, cb, cr)) {
+        for (int v : Sequence422(y, cb, cr))
             bytes.push_back(static_cast<std::uint8_t>(vectorPath ? std::clamp(v, 0, 255) : v));
-        }
         bytes.resize(UyvyRowExtent(src.width, vectorPath, row == src.height - 1));
         rows.push_back(bytes);
     }

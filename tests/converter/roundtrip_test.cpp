@@ -13,7 +13,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -42,15 +41,14 @@ Picture BarsAndRamps(int width, int height) {
             std::uint8_t* px = &p.rgb[(static_cast<std::size_t>(y) * width + x) * 3];
             const auto ramp = static_cast<std::uint8_t>(x * 255 / (width - 1));
             const int band = y * 9 / height;
-            if (band < 6) {
+            if (band < 6)
                 std::memcpy(px, bars[x * 8 / width], 3);
-            } else if (band == 6) {
+            else if (band == 6)
                 px[0] = px[1] = px[2] = ramp;
-            } else if (band == 7) {
+            else if (band == 7)
                 px[0] = static_cast<std::uint8_t>(255 - ramp), px[1] = 0, px[2] = ramp;
-            } else {
+            else
                 px[0] = 0, px[1] = ramp, px[2] = 0;
-            }
         }
     }
     return p;
@@ -81,21 +79,13 @@ Frame HostFrame(const Picture& p, int depth) {
     return f;
 }
 
-std::vector<std::uint8_t> ReadAll(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // Within four pixels of a vertical bar edge, where 4:2:2 chroma cannot follow the picture.
 bool NearBarEdge(const Picture& p, int x, int y) {
-    if (y * 9 / p.height >= 6) {
+    if (y * 9 / p.height >= 6)
         return false;
-    }
-    for (int k = 1; k < 8; ++k) {
-        if (std::abs(x - k * p.width / 8) <= 4) {
+    for (int k = 1; k < 8; ++k)
+        if (std::abs(x - k * p.width / 8) <= 4)
             return true;
-        }
-    }
     return false;
 }
 
@@ -126,13 +116,13 @@ protected:
         ASSERT_TRUE(fs::exists(QVN_FFMPEG_PATH))
             << "ffmpeg is required for the round trip (" << QVN_FFMPEG_PATH << ")";
         // Unique per process: CTest runs the cases of this program side by side.
-        dir_ = fs::temp_directory_path() /
-               ("qvn_roundtrip_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) +
-                "_" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
+        dir_ =
+            fs::temp_directory_path() /
+            ("qvn_roundtrip_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) +
+             "_" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
         fs::create_directories(dir_);
     }
     void TearDown() override { fs::remove_all(dir_); }
-
     // Converts, lets ffmpeg decode to RGB, and returns the PSNR against the picture.
     Psnr RoundTripPsnr(const char* codec, const Picture& p, int depth, const char* decodeMatrix) {
         const int w = p.width, h = p.height;
@@ -165,9 +155,8 @@ protected:
         const std::vector<std::uint8_t> bytes = ReadAll(out);
         const std::size_t samples = static_cast<std::size_t>(w) * h * 3;
         EXPECT_EQ(bytes.size(), samples * 2) << command;
-        if (bytes.size() != samples * 2) {
+        if (bytes.size() != samples * 2)
             return {0.0, 0.0};
-        }
         std::vector<double> decoded(samples);
         for (std::size_t i = 0; i < samples; ++i) {
             std::uint16_t v;
@@ -183,7 +172,6 @@ protected:
         }
         return Measure(p, decoded);
     }
-
     fs::path dir_;
 };
 

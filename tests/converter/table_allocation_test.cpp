@@ -29,9 +29,8 @@ std::vector<std::size_t> gSizes;
 void* ArenaAllocate(std::size_t bytes) {
     const int call = ++gCalls;
     gSizes.push_back(bytes);
-    if (call == gFailAt) {
+    if (call == gFailAt)
         return nullptr;
-    }
     const std::size_t at = gUsed.fetch_add((bytes + 63) / 64 * 64);
     return at + bytes <= sizeof gArena ? gArena + at : nullptr;
 }
@@ -57,9 +56,8 @@ Outcome ConvertOnePixel() {
     const std::int32_t result =
         cv::r210::CreateFrom(src, 32, cv::kPixelFormatBgra8u, dst, 32, 1, 1, 0, cv::kPathAuto);
     Outcome o{result, ::testing::internal::GetCapturedStderr(), true};
-    for (unsigned char b : dst) {
+    for (unsigned char b : dst)
         o.destinationUntouched = o.destinationUntouched && b == 0xA5;
-    }
     return o;
 }
 
@@ -82,7 +80,6 @@ TEST(TableAllocation, EachFailureIsReportedAndALaterCallBuildsAllFourAgain) {
         EXPECT_EQ(detail::Component8uLut() != nullptr, failAt > 2);
         EXPECT_EQ(detail::Component16uLut() != nullptr, failAt > 3);
         EXPECT_EQ(detail::Component32fLut(), nullptr);
-
         gFailAt = 0;
         const Outcome retried = ConvertOnePixel();
         EXPECT_EQ(retried.result, 0);
@@ -138,9 +135,8 @@ TEST(TableAllocation, ConcurrentFirstCallsBuildTheTablesOnce) {
             failures += cv::r210::Init(cv::kPixelFormatBgra32f) != 0;
         });
     }
-    for (auto& t : threads) {
+    for (auto& t : threads)
         t.join();
-    }
     EXPECT_EQ(failures, 0);
     EXPECT_EQ(gConcurrentAllocations, 0);
     EXPECT_EQ(gCalls, 4);

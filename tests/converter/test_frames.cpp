@@ -50,9 +50,8 @@ Frame RandomFrame(int depth, int width, int height, std::uint32_t rowBytes, std:
 ::testing::AssertionResult FrameMatches(const Buffer& dst, std::uint32_t rowBytes,
                                         const std::vector<std::vector<std::uint8_t>>& rows) {
     std::vector<std::uint8_t> expected(dst.storage().size(), kCanary);
-    for (std::size_t n = 0; n < rows.size(); ++n) {
+    for (std::size_t n = 0; n < rows.size(); ++n)
         std::memcpy(expected.data() + dst.offset() + n * rowBytes, rows[n].data(), rows[n].size());
-    }
     for (std::size_t i = 0; i < expected.size(); ++i) {
         if (expected[i] != dst.storage()[i]) {
             const long rel = static_cast<long>(i) - static_cast<long>(dst.offset());

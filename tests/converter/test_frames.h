@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <vector>
 
@@ -47,6 +50,11 @@ Frame RandomFrame(int depth, int width, int height, std::uint32_t rowBytes, std:
 // rows written over it in order, as the kernels write them.
 ::testing::AssertionResult FrameMatches(const Buffer& dst, std::uint32_t rowBytes,
                                         const std::vector<std::vector<std::uint8_t>>& rows);
+
+inline std::vector<std::uint8_t> ReadAll(const std::filesystem::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
 
 inline std::uint32_t RoundUp16(std::size_t v) {
     return static_cast<std::uint32_t>((v + 15) / 16 * 16);

@@ -14,7 +14,7 @@
 #include "encoders/aligned_buffer_pool.h"
 #include "encoders/task.h"
 #include "platform/sleep.h"
-#include "riff_reader.h"
+#include "test_files.h"
 
 namespace {
 
@@ -34,23 +34,20 @@ public:
     std::atomic<int> served{0};
 };
 
+// One end marker per worker, then the workers' end.
+void Stop(CountingTask& task, int workers) {
+    for (int i = 0; i < workers; ++i)
+        while (!task.Push(-1))
+            QVN::SleepMs(1);
+    task.Join();
+}
+
 void WaitFor(const std::function<bool()>& condition) {
     const std::uint64_t start = QVN::MonotonicMs();
     while (!condition()) {
         ASSERT_LT(QVN::MonotonicMs() - start, 20000u) << "condition never became true";
         QVN::SleepMs(1);
     }
-}
-
-VIDEOINFOHEADER TinyVideo() {
-    VIDEOINFOHEADER v{};
-    v.AvgTimePerFrame = 400000;
-    v.bmiHeader.biSize = 40;
-    v.bmiHeader.biWidth = 16;
-    v.bmiHeader.biHeight = 16;
-    v.bmiHeader.biCompression = avitest::Fcc("UYVY");
-    v.bmiHeader.biSizeImage = 512;
-    return v;
 }
 
 // Payloads carry their stream and sequence number so the file shows the order they were written in.
@@ -68,10 +65,9 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> WrittenOrder(const avitest:
     std::vector<std::pair<std::uint32_t, std::uint32_t>> order;
     at = 12 + 8 + avitest::U32(b, 16); // after the header list
     const std::uint64_t end = at + 8 + avitest::U32(b, at + 4);
-    for (const avitest::Chunk& c : avitest::Walk(b, at + 12, end)) {
+    for (const avitest::Chunk& c : avitest::Walk(b, at + 12, end))
         if (c.id == "00db" || c.id == "01wb")
             order.emplace_back(avitest::U32(b, c.position + 8), avitest::U32(b, c.position + 12));
-    }
     return order;
 }
 
@@ -89,11 +85,7 @@ TEST(Task, QueueStopsOneAboveItsBoundAndDrainsOnStart) {
     ASSERT_TRUE(task.Start(5)); // already running: no more threads
     EXPECT_EQ(task.ThreadCount(), 2u);
     WaitFor([&] { return task.served.load() == 51; });
-    for (int i = 0; i < 2; ++i) {
-        while (!task.Push(-1))
-            QVN::SleepMs(1);
-    }
-    task.Join();
+    Stop(task, 2);
     EXPECT_EQ(task.ThreadCount(), 0u);
     EXPECT_EQ(task.sum.load(), 51);
 }
@@ -104,19 +96,14 @@ TEST(Task, ManyProducersAndWorkersServeEveryItemOnce) {
     std::vector<std::thread> producers;
     for (int p = 0; p < 4; ++p) {
         producers.emplace_back([&task, p] {
-            for (int i = 1; i <= 2000; ++i) {
+            for (int i = 1; i <= 2000; ++i)
                 while (!task.Push(p * 10000 + i))
                     std::this_thread::yield();
-            }
         });
     }
     for (std::thread& t : producers)
         t.join();
-    for (int i = 0; i < 3; ++i) {
-        while (!task.Push(-1))
-            QVN::SleepMs(1);
-    }
-    task.Join();
+    Stop(task, 3);
     long long expected = 0;
     for (int p = 0; p < 4; ++p)
         for (int i = 1; i <= 2000; ++i)
@@ -128,7 +115,7 @@ TEST(Task, ManyProducersAndWorkersServeEveryItemOnce) {
 TEST(ActiveAviFile, ItemsAheadOfTheirTurnWaitForTheMissingOne) {
     avitest::TempDir dir("order");
     AlignedBufferPool pool;
-    VideoStreamInfo video(TinyVideo());
+    VideoStreamInfo video(avitest::Video("UYVY", 16, 16, 512));
     CActiveAviFile file;
     ASSERT_EQ(file.Open((dir / "order.avi").string().c_str(), {&video}), S_OK);
     ASSERT_TRUE(file.Start(1));
@@ -157,7 +144,7 @@ TEST(ActiveAviFile, ItemsAheadOfTheirTurnWaitForTheMissingOne) {
 TEST(ActiveAviFile, StreamsInterleaveAndEachKeepsItsOrder) {
     avitest::TempDir dir("interleave");
     AlignedBufferPool pool;
-    VideoStreamInfo video(TinyVideo());
+    VideoStreamInfo video(avitest::Video("UYVY", 16, 16, 512));
     const WAVEFORMATEX pcm{WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
     AudioStreamInfo audio(&pcm);
     CActiveAviFile file;
@@ -185,7 +172,6 @@ TEST(ActiveAviFile, StreamsInterleaveAndEachKeepsItsOrder) {
         audioProducer.join();
         // The stop marker lands behind everything queued: all of it reaches the file.
         EXPECT_EQ(file.Shutdown(), S_OK);
-
         const auto order = WrittenOrder(avitest::ReadAll(path));
         ASSERT_EQ(order.size(), kVideo + kAudio);
         std::uint32_t next[2] = {1, 1};

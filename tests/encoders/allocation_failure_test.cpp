@@ -17,7 +17,7 @@
 #include "encoders/simple_avi_encoder.h"
 #include "platform/allocation_faults.h"
 #include "platform/sleep.h"
-#include "riff_reader.h"
+#include "test_files.h"
 
 namespace {
 
@@ -33,33 +33,32 @@ constexpr std::uint32_t kFrames = 6;
 // Aborts the process when a step takes longer than any healthy one could: a hang must not pass silently.
 class Watchdog {
 public:
-    Watchdog() : thread_([this] { Watch(); }) {}
+    Watchdog()
+        : thread_([this] {
+              while (!stop_.load()) {
+                  const std::uint64_t since = since_.load();
+                  if (since != 0 && QVN::MonotonicMs() - since > 30000) {
+                      std::fprintf(stderr, "hang with allocation %llu failing\n",
+                                   static_cast<unsigned long long>(n_.load()));
+                      std::abort();
+                  }
+                  QVN::SleepMs(10);
+              }
+          }) {}
     ~Watchdog() {
-        stop_.store(true);
+        stop_ = true;
         thread_.join();
     }
     void Arm(std::uint64_t n) {
-        n_.store(n);
-        since_.store(QVN::MonotonicMs());
+        n_ = n;
+        since_ = QVN::MonotonicMs();
     }
-    void Disarm() { since_.store(0); }
+    void Disarm() { since_ = 0; }
 
 private:
-    void Watch() {
-        while (!stop_.load()) {
-            const std::uint64_t since = since_.load();
-            if (since != 0 && QVN::MonotonicMs() - since > 30000) {
-                std::fprintf(stderr, "hang with allocation %llu failing\n",
-                             static_cast<unsigned long long>(n_.load()));
-                std::abort();
-            }
-            QVN::SleepMs(10);
-        }
-    }
     std::atomic<bool> stop_{false};
-    std::atomic<std::uint64_t> since_{0};
-    std::atomic<std::uint64_t> n_{0};
-    std::thread thread_;
+    std::atomic<std::uint64_t> since_{0}, n_{0};
+    std::thread thread_; // last: it starts once the flags exist
 };
 
 // Retries an operation once when it ran out of memory: only one allocation fails per session.
@@ -83,11 +82,7 @@ Outcome Session(const std::filesystem::path& path, const std::wstring& wide) {
     } catch (const std::bad_alloc&) { // the host's export fails with an internal error
         return outcome;
     }
-    BITMAPINFOHEADER bmi{};
-    bmi.biSize = 40;
-    bmi.biWidth = 64;
-    bmi.biHeight = 64;
-    bmi.biSizeImage = kFrameBytes;
+    const BITMAPINFOHEADER bmi = avitest::Video("UYVY", 64, 64, kFrameBytes).bmiHeader;
     const std::uint32_t initialised = encoder->Initialise(nullptr, &bmi, 0, 25, 1, 4, kFrameBytes, nullptr);
     BufferList buffers;
     const std::uint32_t listed = initialised == 0 ? encoder->GetFreeBuffers(buffers) : initialised;
@@ -144,10 +139,8 @@ TEST(AviEncoderAllocationFailure, EveryAllocationFailingInTurnEndsCleanly) {
         // Finish either saw every item written, or says that the writer had to drop one.
         ASSERT_TRUE(outcome.finish == 0 || outcome.finish == Status::kOutOfMemory) << outcome.finish;
         const avitest::Bytes b = avitest::ReadAll(path);
-        const std::uint64_t moviStart = 12 + 8 + U32(b, 16);
         std::uint32_t next[2] = {1, 1};
-        for (const avitest::Chunk& c :
-             avitest::Walk(b, moviStart + 12, moviStart + 8 + U32(b, moviStart + 4))) {
+        for (const avitest::Chunk& c : avitest::MoviChunks(b)) {
             if (c.id != "00db" && c.id != "01wb")
                 continue;
             const std::uint32_t stream = c.id == "00db" ? 0 : 1;

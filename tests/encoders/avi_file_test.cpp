@@ -7,36 +7,25 @@
 
 #include "encoders/avi_file.h"
 #include "platform/virtual_memory.h"
-#include "riff_reader.h"
+#include "test_files.h"
 
 using avitest::Bytes;
 using avitest::Fcc;
 using avitest::Tag;
-using avitest::U16;
 using avitest::U32;
 using avitest::U64;
 
 namespace {
 
-VIDEOINFOHEADER SmallVideo() {
-    VIDEOINFOHEADER v{};
+const VIDEOINFOHEADER kVideo = [] {
+    VIDEOINFOHEADER v = avitest::Video("v210", 64, 32, 8192, 20);
     v.dwBitRate = 123456; // copied unchanged into avih
-    v.AvgTimePerFrame = 400000;
-    v.bmiHeader.biSize = 40;
-    v.bmiHeader.biWidth = 64;
-    v.bmiHeader.biHeight = 32;
-    v.bmiHeader.biPlanes = 1;
-    v.bmiHeader.biBitCount = 20;
-    v.bmiHeader.biCompression = Fcc("v210");
-    v.bmiHeader.biSizeImage = 8192;
     return v;
-}
+}();
+const WAVEFORMATEX kStereo16{WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
+const WAVEFORMATEX kMono8{WAVE_FORMAT_PCM, 1, 22050, 22050, 1, 8, 0};
 
-WAVEFORMATEX Stereo16() {
-    return WAVEFORMATEX{WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
-}
-
-// Page-aligned payload memory with a recognisable pattern per chunk.
+// Page-aligned payload memory.
 struct Pages {
     explicit Pages(std::size_t n) : size(n), data(static_cast<unsigned char*>(QVN::CommitPages(n))) {}
     ~Pages() { QVN::ReleasePages(data, size); }
@@ -44,9 +33,18 @@ struct Pages {
     unsigned char* data;
 };
 
+// A recognisable pattern per chunk.
 void Fill(unsigned char* p, std::size_t n, unsigned seed) {
     for (std::size_t i = 0; i < n; ++i)
         p[i] = static_cast<unsigned char>(seed * 31 + i * 7);
+}
+
+// Consecutive 32-bit fields from `at` on.
+void ExpectFields(const Bytes& b, std::uint64_t at, std::initializer_list<std::uint32_t> values) {
+    for (std::uint32_t v : values) {
+        EXPECT_EQ(U32(b, at), v) << "field at " << at;
+        at += 4;
+    }
 }
 
 struct Written {
@@ -86,16 +84,13 @@ TEST(AviFile, JunkSizeIsTheSmallestPaddingOfAtLeast2040Bytes) {
 TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
     avitest::TempDir dir("layout");
     const auto path = dir / "small.avi";
-    VideoStreamInfo video(SmallVideo());
-    const WAVEFORMATEX pcm = Stereo16();
-    AudioStreamInfo audio(&pcm);
-
+    VideoStreamInfo video(kVideo);
+    AudioStreamInfo audio(&kStereo16);
     Pages pages(64 * 1024);
     std::vector<unsigned char> heap(16 * 1024 + 16);
     // Never 4096-aligned, so these chunks take the cached path.
     unsigned char* unaligned =
         heap.data() + (reinterpret_cast<std::uintptr_t>(heap.data()) % 4096 == 4 ? 8 : 4);
-
     const std::vector<Written> plan = {
         {"00db", 12288, true, true, 1},       // whole blocks, larger than the suggested buffer
         {"01wb", 4 * 1601, false, true, 2},   // audio from an unaligned buffer
@@ -108,7 +103,6 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
         {"00db", 4096 + 4089, true, true, 8}, // one byte more spills
         {"00db", 4096, true, false, 9},       // not a key frame
     };
-
     {
         AVIFile file;
         ASSERT_EQ(file.Open(path.string().c_str(), {&video, &audio}), S_OK);
@@ -127,84 +121,41 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
         ASSERT_EQ(file.Close(), S_OK);
         EXPECT_FALSE(file.IsOpen());
     }
-
     const Bytes b = avitest::ReadAll(path);
     ASSERT_GT(b.size(), 200000u);
     EXPECT_EQ(b.size() % 4096, 0u);
-    EXPECT_EQ(Tag(b, 0), "RIFF");
-    EXPECT_EQ(U32(b, 4), b.size() - 8);
-    EXPECT_EQ(Tag(b, 8), "AVI ");
-
-    // Header list and avih.
+    ExpectFields(b, 0, {Fcc("RIFF"), static_cast<std::uint32_t>(b.size() - 8), Fcc("AVI ")});
     const List hdrl = ListAt(b, 12, "hdrl");
-    EXPECT_EQ(Tag(b, 24), "avih");
-    EXPECT_EQ(U32(b, 28), 56u);
-    EXPECT_EQ(U32(b, 32), 40000u);  // microseconds per frame
-    EXPECT_EQ(U32(b, 36), 123456u); // max bytes per second
-    EXPECT_EQ(U32(b, 40), 4096u);   // padding granularity
-    EXPECT_EQ(U32(b, 44), 0x10u);   // has index
-    EXPECT_EQ(U32(b, 48), 8u);      // total frames, patched at close
-    EXPECT_EQ(U32(b, 52), 0u);
-    EXPECT_EQ(U32(b, 56), 2u);
-    EXPECT_EQ(U32(b, 60), 192000u); // largest suggested buffer when the file was opened
-    EXPECT_EQ(U32(b, 64), 64u);
-    EXPECT_EQ(U32(b, 68), 32u);
-    for (int i = 72; i < 88; i += 4)
-        EXPECT_EQ(U32(b, i), 0u);
-
-    // Video stream list.
+    // avih: microseconds per frame, max bytes per second, padding granularity, has index, total frames
+    // (patched at close), 0, streams, the largest suggested buffer when the file was opened, width, height.
+    ExpectFields(b, 24, {Fcc("avih"), 56, 40000, 123456, 4096, 0x10, 8, 0, 2, 192000, 64, 32, 0, 0, 0, 0});
     const List strl0 = ListAt(b, 88, "strl");
     EXPECT_EQ(strl0.bodyEnd - strl0.position, 8u + 40 + 65612);
-    EXPECT_EQ(Tag(b, 100), "strh");
-    EXPECT_EQ(U32(b, 104), 56u);
-    EXPECT_EQ(Tag(b, 108), "vids");
-    EXPECT_EQ(Tag(b, 112), "v210");
-    EXPECT_EQ(U32(b, 116), 0u);
-    EXPECT_EQ(U32(b, 120), 0u);
-    EXPECT_EQ(U32(b, 124), 0u);
-    EXPECT_EQ(U32(b, 128), 1u);  // scale
-    EXPECT_EQ(U32(b, 132), 25u); // rate
-    EXPECT_EQ(U32(b, 136), 0u);
-    EXPECT_EQ(U32(b, 140), 8u);     // length: 7 video chunks and one repeat
-    EXPECT_EQ(U32(b, 144), 12288u); // raised to the largest payload
-    EXPECT_EQ(U32(b, 148), 9000u);
-    EXPECT_EQ(U32(b, 152), 8192u);
-    EXPECT_EQ(U64(b, 156), 0u);
-    EXPECT_EQ(Tag(b, 164), "strf");
-    EXPECT_EQ(U32(b, 168), 40u);
-    const VIDEOINFOHEADER v = SmallVideo();
-    EXPECT_EQ(std::memcmp(b.data() + 172, &v.bmiHeader, 40), 0);
+    // Video strh: scale 1, rate 25, length 8 (7 video chunks and one repeat), the suggested buffer raised
+    // to the largest payload, quality, sample size; then strf and the bitmap.
+    ExpectFields(b, 100,
+                 {Fcc("strh"), 56, Fcc("vids"), Fcc("v210"), 0, 0, 0, 1, 25, 0, 8, 12288, 9000, 8192, 0, 0,
+                  Fcc("strf"), 40});
+    EXPECT_EQ(std::memcmp(b.data() + 172, &kVideo.bmiHeader, 40), 0);
     const std::uint64_t indx0 = 212;
     EXPECT_EQ(Tag(b, indx0), "indx");
     EXPECT_EQ(strl0.bodyEnd, indx0 + 65536);
-
-    // Audio stream list.
     const List strl1 = ListAt(b, strl0.bodyEnd, "strl");
     EXPECT_EQ(strl1.bodyEnd - strl1.position, 8u + 18 + 65612);
     const std::uint64_t strh1 = strl1.position + 12;
-    EXPECT_EQ(strh1, 100u + 64 + 40 + 8 + 65548);
-    EXPECT_EQ(Tag(b, strh1), "strh");
-    EXPECT_EQ(Tag(b, strh1 + 8), "auds");
-    EXPECT_EQ(U32(b, strh1 + 12), 0u);
-    EXPECT_EQ(U32(b, strh1 + 28), 1u);
-    EXPECT_EQ(U32(b, strh1 + 32), 48000u);
-    EXPECT_EQ(U32(b, strh1 + 40), 3203u);
-    EXPECT_EQ(U32(b, strh1 + 44), 192000u);
-    EXPECT_EQ(U32(b, strh1 + 48), 0u);
-    EXPECT_EQ(U32(b, strh1 + 52), 4u);
-    EXPECT_EQ(Tag(b, strh1 + 64), "strf");
-    EXPECT_EQ(U32(b, strh1 + 68), 18u);
-    EXPECT_EQ(std::memcmp(b.data() + strh1 + 72, &pcm, 18), 0);
+    EXPECT_EQ(strh1, avitest::kAudioStrh);
+    ExpectFields(
+        b, strh1,
+        {Fcc("strh"), 56, Fcc("auds"), 0, 0, 0, 0, 1, 48000, 0, 3203, 192000, 0, 4, 0, 0, Fcc("strf"), 18});
+    EXPECT_EQ(std::memcmp(b.data() + strh1 + 72, &kStereo16, 18), 0);
     const std::uint64_t indx1 = strh1 + 72 + 18;
     EXPECT_EQ(Tag(b, indx1), "indx");
-
     // The header list ends with JUNK so that the movi data starts on a block boundary.
     EXPECT_EQ(Tag(b, strl1.bodyEnd), "JUNK");
     EXPECT_EQ(strl1.bodyEnd + 8 + U32(b, strl1.bodyEnd + 4), hdrl.bodyEnd);
     const List movi = ListAt(b, hdrl.bodyEnd, "movi");
     const std::uint64_t moviData = movi.position + 12;
     EXPECT_EQ(moviData % 4096, 0u);
-
     // The movi list: the payloads in order, then both standard indexes, each closed by JUNK.
     std::vector<avitest::Chunk> payloads;
     const auto chunks = avitest::Walk(b, moviData, movi.bodyEnd);
@@ -246,7 +197,6 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
     EXPECT_EQ(payloads[next + 1].position % 4096, 0u);
     // The odd chunk is followed one pad byte later by the repeat-free next chunk's JUNK.
     EXPECT_EQ(Tag(b, positions[5] + 8 + 1001 + 1), "JUNK");
-
     // Super indexes point at the standard indexes, which point at the chunks.
     struct Expect {
         std::uint64_t indx;
@@ -267,32 +217,21 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
         {indx1, "01wb", "ix01", 3203, {positions[1], positions[3]}, {6404, 6408}},
     };
     for (const Expect& e : streams) {
-        EXPECT_EQ(U32(b, e.indx + 4), 65528u);
-        EXPECT_EQ(U16(b, e.indx + 8), 4u);
-        EXPECT_EQ(b[e.indx + 10], 0);
-        EXPECT_EQ(b[e.indx + 11], 0);
-        EXPECT_EQ(U32(b, e.indx + 12), 1u);
-        EXPECT_EQ(Tag(b, e.indx + 16), e.id);
+        SCOPED_TRACE(e.ix);
+        // indx: entry size 4, sub-type and type 0, one entry in use; the entry's size and duration.
+        ExpectFields(b, e.indx + 4, {65528, 4, 1, Fcc(e.id)});
         const std::uint64_t ix = U64(b, e.indx + 32);
-        EXPECT_EQ(U32(b, e.indx + 40), 0x10000u);
-        EXPECT_EQ(U32(b, e.indx + 44), e.duration);
-        EXPECT_EQ(U64(b, e.indx + 48), 0u); // no second entry
+        ExpectFields(b, e.indx + 40, {0x10000, e.duration, 0, 0}); // no second entry
         ASSERT_LT(ix + 65536, b.size());
-        EXPECT_EQ(Tag(b, ix), e.ix);
-        EXPECT_EQ(U32(b, ix + 4), 65528u);
-        EXPECT_EQ(U16(b, ix + 8), 2u);
-        EXPECT_EQ(b[ix + 10], 0);
-        EXPECT_EQ(b[ix + 11], 1);
-        ASSERT_EQ(U32(b, ix + 12), e.chunkPositions.size());
-        EXPECT_EQ(Tag(b, ix + 16), e.id);
-        const std::uint64_t base = U64(b, ix + 20);
-        EXPECT_EQ(base, 0u);
+        // ix: entry size 2, type 1 (chunks), entries in use, base offset 0.
+        ExpectFields(b, ix,
+                     {Fcc(e.ix), 65528, 0x01000002, static_cast<std::uint32_t>(e.chunkPositions.size()),
+                      Fcc(e.id), 0, 0});
         for (std::size_t i = 0; i < e.chunkPositions.size(); ++i) {
-            EXPECT_EQ(base + U32(b, ix + 32 + 8 * i) - 8, e.chunkPositions[i]) << e.ix << " " << i;
-            EXPECT_EQ(U32(b, ix + 36 + 8 * i), e.sizeFields[i]) << e.ix << " " << i;
+            EXPECT_EQ(U32(b, ix + 32 + 8 * i) - 8, e.chunkPositions[i]) << i;
+            EXPECT_EQ(U32(b, ix + 36 + 8 * i), e.sizeFields[i]) << i;
         }
     }
-
     // idx1 right after the movi list, absolute offsets; the repeat copies the last entry.
     const std::uint64_t idx1 = movi.bodyEnd;
     ASSERT_EQ(Tag(b, idx1), "idx1");
@@ -310,8 +249,7 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
         EXPECT_EQ(U32(b, e + 12), plan[i].size) << i;
     }
     const std::uint64_t signature = idx1 + 8 + 16 * plan.size();
-    EXPECT_EQ(Tag(b, signature), "QVN ");
-    EXPECT_EQ(U32(b, signature + 4), 20u);
+    ExpectFields(b, signature, {Fcc("QVN "), 20});
     EXPECT_EQ(std::memcmp(b.data() + signature + 8, "QVN AVI Writer v1.0", 20), 0);
     EXPECT_EQ(Tag(b, signature + 28), "JUNK");
     EXPECT_EQ(signature + 28 + 8 + U32(b, signature + 32), b.size());
@@ -320,8 +258,7 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
 TEST(AviFile, AudioOnlyFileHasEmptyVideoFieldsAndNoAlignment) {
     avitest::TempDir dir("audio");
     const auto path = dir / "audio.avi";
-    const WAVEFORMATEX mono8{WAVE_FORMAT_PCM, 1, 22050, 22050, 1, 8, 0};
-    AudioStreamInfo audio(&mono8);
+    AudioStreamInfo audio(&kMono8);
     Pages pages(8192);
     {
         AVIFile file;
@@ -352,8 +289,7 @@ TEST(AviFile, AudioOnlyFileHasEmptyVideoFieldsAndNoAlignment) {
 TEST(AviFile, AFullStandardIndexIsFlushedAndTheNextCountsFromTheChunkThatFilledIt) {
     avitest::TempDir dir("flush");
     const auto path = dir / "flush.avi";
-    const WAVEFORMATEX mono8{WAVE_FORMAT_PCM, 1, 22050, 22050, 1, 8, 0};
-    AudioStreamInfo audio(&mono8);
+    AudioStreamInfo audio(&kMono8);
     constexpr std::uint32_t kChunks = 8188 + 2; // one full standard index, then two entries in the next
     {
         AVIFile file;
@@ -368,12 +304,11 @@ TEST(AviFile, AFullStandardIndexIsFlushedAndTheNextCountsFromTheChunkThatFilledI
     const List hdrl = ListAt(b, 12, "hdrl");
     const List movi = ListAt(b, hdrl.bodyEnd, "movi");
     std::vector<std::uint64_t> data, indexes;
-    for (const auto& c : avitest::Walk(b, movi.position + 12, movi.bodyEnd)) {
+    for (const auto& c : avitest::Walk(b, movi.position + 12, movi.bodyEnd))
         if (c.id == "00wb")
             data.push_back(c.position);
         else if (c.id == "ix00")
             indexes.push_back(c.position);
-    }
     ASSERT_EQ(data.size(), kChunks);
     ASSERT_EQ(indexes.size(), 2u);
     EXPECT_LT(indexes[0], data[8188]) << "flushed right after the chunk that filled it";
@@ -404,7 +339,7 @@ TEST(AviFile, AFullStandardIndexIsFlushedAndTheNextCountsFromTheChunkThatFilledI
 
 TEST(AviFile, ReopensAfterCloseAndClosesInItsDestructor) {
     avitest::TempDir dir("reuse");
-    VideoStreamInfo video(SmallVideo());
+    VideoStreamInfo video(kVideo);
     Pages pages(8192);
     AVIFile file;
     for (int round = 0; round < 2; ++round) {
@@ -421,7 +356,6 @@ TEST(AviFile, ReopensAfterCloseAndClosesInItsDestructor) {
         EXPECT_EQ(U32(b, 212 + 12), 1u); // indx entries in use
     }
     EXPECT_EQ(video.Header().dwLength, 0u); // the caller's description is untouched
-
     const auto path = dir / "destructed.avi";
     {
         AVIFile scoped;
@@ -435,9 +369,8 @@ TEST(AviFile, ReopensAfterCloseAndClosesInItsDestructor) {
 
 TEST(AviFile, FailuresAreReportedAsResults) {
     avitest::TempDir dir("fail");
-    VideoStreamInfo video(SmallVideo());
-    const WAVEFORMATEX pcm = Stereo16();
-    AudioStreamInfo audio(&pcm);
+    VideoStreamInfo video(kVideo);
+    AudioStreamInfo audio(&kStereo16);
     AVIFile file;
     const auto missing = dir / "no-such-folder" / "x.avi";
     const HRESULT hr = file.Open(missing.string().c_str(), {&video});
@@ -447,7 +380,6 @@ TEST(AviFile, FailuresAreReportedAsResults) {
     unsigned char data[16] = {};
     EXPECT_EQ(file.WriteChunk(0, data, 16, true), E_FAIL);
     EXPECT_EQ(file.Close(), S_OK);
-
     ASSERT_EQ(file.Open((dir / "ok.avi").string().c_str(), {&video, &audio}), S_OK);
     EXPECT_EQ(file.WriteRepeat(0), E_FAIL); // nothing to repeat yet
     EXPECT_EQ(file.WriteChunk(2, data, 16, true), E_FAIL);

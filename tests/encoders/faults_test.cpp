@@ -15,7 +15,6 @@
 
 #include "encoders/simple_avi_encoder.h"
 #include "platform/sleep.h"
-#include "riff_reader.h"
 #include "test_files.h"
 
 namespace {
@@ -47,14 +46,8 @@ int ExportPastTheLimit(const std::filesystem::path& path) {
     const rlimit limit{kFileLimit, kFileLimit};
     if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
         return 10;
-    avitest::ExportConfig c;
-    c.width = 1920;
-    c.height = 1080;
-    c.frameBytes = avitest::FrameBytes("v210", 1920, 1080);
-    c.frames = 12; // 66 MB of video against an 8 MB limit
-    c.channels = 2;
-    const avitest::ExportResult r = avitest::WriteExport(path, c);
-    return r.status == 0 ? 0 : 11;
+    // 66 MB of video against an 8 MB limit.
+    return avitest::WriteExport(path, avitest::Config("v210", 1920, 1080, 12, 2)).status == 0 ? 0 : 11;
 }
 
 // The process's mapped bytes now, from /proc.
@@ -66,20 +59,11 @@ rlim_t AddressSpaceInUse() {
     return 0;
 }
 
-BITMAPINFOHEADER Bitmap(std::int32_t width) {
-    BITMAPINFOHEADER b{};
-    b.biSize = 40;
-    b.biWidth = width;
-    b.biHeight = 16;
-    b.biPlanes = 1;
-    return b;
-}
-
 // Exit codes: 0 as expected; 20 and up name the check that failed.
 int InitialiseOutOfAddressSpace(const std::filesystem::path&) {
     constexpr std::uint32_t kBig = 64u << 20;
     CSimpleAviEncoder encoder(avitest::Fcc("v210"));
-    const BITMAPINFOHEADER small = Bitmap(16);
+    const BITMAPINFOHEADER small = avitest::Video("v210", 16, 16, 512).bmiHeader;
     if (encoder.Initialise(nullptr, &small, 0, 25, 1, 1, 512, nullptr) != 0)
         return 20;
     encoder.SetAudioFormat(2, 48000, 16, 1);
@@ -87,7 +71,7 @@ int InitialiseOutOfAddressSpace(const std::filesystem::path&) {
     const rlimit limit{AddressSpaceInUse() + 4 * kBig + kBig / 2, RLIM_INFINITY};
     if (limit.rlim_cur <= 4 * kBig || setrlimit(RLIMIT_AS, &limit) != 0)
         return 21;
-    const BITMAPINFOHEADER big = Bitmap(1920);
+    const BITMAPINFOHEADER big = avitest::Video("v210", 1920, 16, kBig).bmiHeader;
     if (encoder.Initialise(nullptr, &big, 0, 50, 1, 30, kBig, nullptr) != 0x80000002u)
         return 22;
     BufferList buffers;

@@ -7,8 +7,6 @@
 #include <sstream>
 
 #include "encoders/avi_file.h"
-#include "host/inspect_command.h"
-#include "riff_reader.h"
 #include "test_files.h"
 
 namespace {
@@ -39,19 +37,24 @@ public:
         }
         return chunks;
     }
+    // The chunks other than JUNK in the movi list of the RIFF at `riff`; `list` receives the list itself.
+    std::vector<avitest::Chunk> Movi(std::uint64_t riff, avitest::Chunk* list = nullptr) {
+        std::vector<avitest::Chunk> inside;
+        for (const auto& k : Walk(riff + 12, riff + 8 + U32(riff + 4))) {
+            if (k.id != "LIST" || Tag(k.position + 8) != "movi")
+                continue;
+            if (list)
+                *list = k;
+            for (const auto& c : Walk(k.position + 12, k.position + 8 + k.size))
+                if (c.id != "JUNK")
+                    inside.push_back(c);
+        }
+        return inside;
+    }
 
 private:
     std::ifstream in_;
 };
-
-std::uint64_t Sum(const std::string& text) {
-    std::uint64_t total = 0;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            total += std::stoull(line);
-    return total;
-}
 
 } // namespace
 
@@ -59,17 +62,11 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     ASSERT_TRUE(avitest::HaveTool("ffprobe")) << "ffprobe is needed for this test";
     avitest::TempDir dir("large");
     const auto file = dir / "large.avi";
-    avitest::ExportConfig c;
-    c.width = 1920;
-    c.height = 1080;
-    c.frameBytes = avitest::FrameBytes("v210", 1920, 1080);
-    c.frames = 470; // 2.6 GB
-    c.channels = 2;
+    const avitest::ExportConfig c = avitest::Config("v210", 1920, 1080, 470, 2); // 2.6 GB
     const avitest::ExportResult written = avitest::WriteExport(file, c);
     ASSERT_EQ(written.status, 0u);
     const std::uint64_t size = std::filesystem::file_size(file);
     ASSERT_GT(size, 2500000000u);
-
     // Segments: "AVI " then "AVIX", each closing at the first chunk that takes it past the limit.
     Seeker s(file);
     std::vector<std::uint64_t> riffs;
@@ -83,16 +80,9 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     std::uint64_t frames = 0, frames1 = 0;
     for (std::size_t i = 0; i < riffs.size(); ++i) {
         const auto top = s.Walk(riffs[i] + 12, riffs[i] + 8 + s.U32(riffs[i] + 4));
-        const auto movi = std::find_if(top.begin(), top.end(), [&](const avitest::Chunk& k) {
-            return k.id == "LIST" && s.Tag(k.position + 8) == "movi";
-        });
-        ASSERT_NE(movi, top.end());
-        EXPECT_EQ((movi->position + 12) % 4096, 0u);
-        const auto chunks = s.Walk(movi->position + 12, movi->position + 8 + movi->size);
-        std::vector<avitest::Chunk> data;
-        for (const auto& k : chunks)
-            if (k.id != "JUNK")
-                data.push_back(k);
+        avitest::Chunk movi{};
+        const auto data = s.Movi(riffs[i], &movi);
+        EXPECT_EQ((movi.position + 12) % 4096, 0u);
         ASSERT_GE(data.size(), 3u);
         // Each segment's movi list ends with both standard indexes.
         EXPECT_EQ(data[data.size() - 2].id, "ix00");
@@ -131,7 +121,6 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     EXPECT_EQ(frames, c.frames);
     EXPECT_LT(frames1, c.frames);
     EXPECT_EQ(s.U32(48), c.frames); // avih counts the frames of all segments
-
     const auto video = avitest::Run("ffprobe -v error -select_streams v:0 -count_packets -show_entries "
                                     "stream=nb_read_packets,nb_frames -of csv=p=0 " +
                                     avitest::Quote(file));
@@ -141,18 +130,17 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
         avitest::Run("ffprobe -v error -select_streams a:0 -show_entries frame=nb_samples -of csv=p=0 " +
                      avitest::Quote(file));
     ASSERT_EQ(audio.exitCode, 0) << audio.errors;
-    EXPECT_EQ(Sum(audio.output), written.samples);
+    std::uint64_t samples = 0;
+    for (const std::string& line : avitest::Lines(audio.output))
+        samples += std::stoull(line);
+    EXPECT_EQ(samples, written.samples);
     const auto lastFrames =
         avitest::Run("ffmpeg -nostdin -v error -sseof -1 -i " + avitest::Quote(file) + " -map 0 -f null -");
     EXPECT_EQ(lastFrames.exitCode, 0);
     EXPECT_EQ(lastFrames.errors, ""); // the last segment decodes
-
-    std::string a0 = "inspect", a1 = file.string();
-    char* argv[] = {a0.data(), a1.data()};
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
-    const std::string inspected = testing::internal::GetCapturedStdout();
-    EXPECT_NE(inspected.find("\nconsistent\n"), std::string::npos) << inspected;
+    const avitest::Inspected inspected = avitest::Inspect({file.string()});
+    EXPECT_EQ(inspected.code, 0);
+    EXPECT_NE(inspected.out.find("\nconsistent\n"), std::string::npos) << inspected.out;
 }
 
 TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
@@ -166,11 +154,10 @@ TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
         const auto path = dir / "probe.avi";
         ASSERT_EQ(probe.Open(path.string().c_str(), {&audio}), S_OK);
         ASSERT_EQ(probe.Close(), S_OK);
-        Seeker s(path);
-        for (const auto& k : s.Walk(12, 8 + s.U32(4)))
-            if (k.id == "LIST" && s.Tag(k.position + 8) == "movi")
-                dataStart = k.position + 12;
-        ASSERT_GT(dataStart, 0u);
+        avitest::Chunk movi{};
+        Seeker(path).Movi(0, &movi);
+        dataStart = movi.position + 12;
+        ASSERT_GT(dataStart, 12u);
     }
     // Chunks that end exactly 1,000,000,000 bytes into the file do not split it; the next chunk, which
     // passes the limit, is still the first segment's last one.
@@ -199,21 +186,12 @@ TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
     const std::uint64_t second = 8 + s.U32(4);
     ASSERT_EQ(s.Tag(second), "RIFF");
     ASSERT_EQ(s.Tag(second + 8), "AVIX");
-    const auto chunksOf = [&](std::uint64_t riff) {
-        std::vector<avitest::Chunk> inside;
-        for (const auto& k : s.Walk(riff + 12, riff + 8 + s.U32(riff + 4)))
-            if (k.id == "LIST" && s.Tag(k.position + 8) == "movi")
-                for (const auto& c : s.Walk(k.position + 12, k.position + 8 + k.size))
-                    if (c.id != "JUNK")
-                        inside.push_back(c);
-        return inside;
-    };
-    const auto first = chunksOf(0);
+    const auto first = s.Movi(0);
     ASSERT_EQ(first.size(), positions.size() + 1);
     for (std::size_t i = 0; i < positions.size(); ++i)
         EXPECT_EQ(first[i].position, positions[i]) << i;
     EXPECT_EQ(first.back().id, "ix00");
-    const auto later = chunksOf(second);
+    const auto later = s.Movi(second);
     ASSERT_EQ(later.size(), 2u);
     EXPECT_EQ(later[0].id, "00wb");
     ASSERT_EQ(later[1].id, "ix00");
@@ -228,14 +206,7 @@ TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
     // 4093 standard indexes of 8188 entries each, made of repeated frames so that no payload is written.
     avitest::TempDir dir("superindex");
     const auto file = dir / "repeats.avi";
-    VIDEOINFOHEADER v{};
-    v.AvgTimePerFrame = 400000;
-    v.bmiHeader.biSize = 40;
-    v.bmiHeader.biWidth = 16;
-    v.bmiHeader.biHeight = 16;
-    v.bmiHeader.biCompression = avitest::Fcc("UYVY");
-    v.bmiHeader.biSizeImage = 512;
-    VideoStreamInfo video(v);
+    VideoStreamInfo video(avitest::Video("UYVY", 16, 16, 512));
     AVIFile avi;
     ASSERT_EQ(avi.Open(file.string().c_str(), {&video}), S_OK);
     unsigned char frame[512] = {};
@@ -247,13 +218,12 @@ TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
     EXPECT_EQ(avi.WriteChunk(0, frame, sizeof(frame), true), E_FAIL);
     EXPECT_EQ(avi.GetStream(0)->Header().dwLength, kAccepted); // refused chunks are not counted
     ASSERT_EQ(avi.Close(), S_OK);
-
     Seeker s(file);
     const std::uint64_t indx = 212;
     ASSERT_EQ(s.Tag(indx), "indx");
     EXPECT_EQ(s.U32(indx + 12), 4094u); // the flush at close used the slot that was kept free
     const std::uint64_t last = indx + 32 + 16 * 4093;
-    const std::uint64_t lastIx = s.U32(last) | static_cast<std::uint64_t>(s.U32(last + 4)) << 32;
+    const std::uint64_t lastIx = s.U64(last);
     EXPECT_EQ(s.Tag(lastIx), "ix00");
     EXPECT_EQ(s.U32(lastIx + 12), 0u); // empty: every accepted entry went into the earlier ones
     EXPECT_EQ(s.U32(last + 12), 0u);
@@ -272,11 +242,8 @@ TEST(LargeFile, FfmpegOpenDmlFileIsConsistentToTheInspector) {
                      "sine=sample_rate=48000 -t 11 -c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le " +
                      avitest::Quote(file));
     ASSERT_EQ(r.exitCode, 0) << r.errors;
-    std::string a0 = "inspect", a1 = file.string();
-    char* argv[] = {a0.data(), a1.data()};
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
-    const std::string out = testing::internal::GetCapturedStdout();
+    const auto [code, out, err] = avitest::Inspect({file.string()});
+    EXPECT_EQ(code, 0) << err;
     EXPECT_NE(out.find("form=\"AVIX\""), std::string::npos) << out;
     EXPECT_NE(out.find("chunk id=\"dmlh\""), std::string::npos) << out;
     EXPECT_NE(out.find("total_frames=275"), std::string::npos) << out; // 11 s at 25 fps, in dmlh

@@ -4,23 +4,15 @@
 #include <numeric>
 #include <sstream>
 
-#include "host/inspect_command.h"
-#include "riff_reader.h"
 #include "test_files.h"
 
 namespace {
 
+using avitest::Config;
 using avitest::Quote;
 using avitest::Run;
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
-}
+using avitest::Lines;
 
 // "key=value" lines of ffprobe's default-wrapper-free output.
 std::string Field(const std::string& text, const std::string& key) {
@@ -60,7 +52,6 @@ void CheckWithReaders(const Case& c) {
     const avitest::ExportResult written = avitest::WriteExport(file, c.config);
     ASSERT_EQ(written.status, 0u);
     const bool video = c.config.width > 0;
-
     if (video) {
         const auto v =
             Run("ffprobe -v error -select_streams v:0 -count_frames -show_entries "
@@ -87,18 +78,12 @@ void CheckWithReaders(const Case& c) {
         EXPECT_EQ(Field(a.output, "bits_per_sample"), std::to_string(c.config.bits));
         EXPECT_EQ(AudioSamples(file), written.samples);
     }
-
     const auto decode = Run("ffmpeg -nostdin -v error -i " + Quote(file) + " -map 0 -f null -");
     EXPECT_EQ(decode.exitCode, 0);
     EXPECT_EQ(decode.errors, "");
-
-    std::string a0 = "inspect", a1 = file.string();
-    char* argv[] = {a0.data(), a1.data()};
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(QvnInspectCommand(2, argv), 0);
-    const std::string inspected = testing::internal::GetCapturedStdout();
-    EXPECT_NE(inspected.find("\nconsistent\n"), std::string::npos) << inspected;
-
+    const avitest::Inspected inspected = avitest::Inspect({file.string()});
+    EXPECT_EQ(inspected.code, 0);
+    EXPECT_NE(inspected.out.find("\nconsistent\n"), std::string::npos) << inspected.out;
     const auto info = Run("mediainfo --Inform='General;%Format%|%VideoCount%|%AudioCount%' " + Quote(file));
     ASSERT_EQ(info.exitCode, 0);
     EXPECT_EQ(Lines(info.output).at(0),
@@ -120,31 +105,34 @@ TEST_P(Readers, ReadTheWholeFile) {
     CheckWithReaders(GetParam());
 }
 
-static avitest::ExportConfig Config(const char* fourcc, std::int32_t width, std::int32_t height,
-                                    std::uint32_t rate, std::uint32_t frames, std::uint16_t channels,
-                                    std::uint16_t bits, std::uint32_t sampleRate) {
-    avitest::ExportConfig c;
-    if (*fourcc) {
-        c.fourcc = fourcc;
-        c.width = width;
-        c.height = height;
-        c.frameBytes = avitest::FrameBytes(fourcc, width, height);
-    }
-    c.rate = rate;
-    c.frames = frames;
-    c.channels = channels;
-    c.bits = bits;
-    c.sampleRate = sampleRate;
-    return c;
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Files, Readers,
-    testing::Values(Case{"v210", Config("v210", 1920, 1080, 30000, 24, 2, 16, 48000), "30000/1001", "v210"},
+    testing::Values(Case{"v210", Config("v210", 1920, 1080, 24, 2), "30000/1001", "v210"},
                     // 720x486 UYVY is no multiple of 4096: every frame has a tail.
-                    Case{"uyvy", Config("UYVY", 720, 486, 30000, 31, 6, 24, 48000), "30000/1001", "rawvideo"},
-                    Case{"audio", Config("", 0, 0, 30000, 45, 2, 16, 44100), "", ""},
+                    Case{"uyvy", Config("UYVY", 720, 486, 31, 6, 30000, 24), "30000/1001", "rawvideo"},
+                    Case{"audio", Config("", 0, 0, 45, 2, 30000, 16, 44100), "", ""},
                     // 801 or 800 bytes per block: odd payloads.
-                    Case{"hdyc", Config("HDYC", 1280, 720, 60000, 20, 1, 8, 48000), "60000/1001",
-                         "rawvideo"}),
+                    Case{"hdyc", Config("HDYC", 1280, 720, 20, 1, 60000, 8), "60000/1001", "rawvideo"}),
     [](const testing::TestParamInfo<Case>& p) { return std::string(p.param.name); });
+
+// The inspector on files that ffmpeg wrote: a reader of any AVI, not only of ours.
+TEST(InspectFfmpegFiles, RawAndCompressedFilesAreConsistent) {
+    ASSERT_TRUE(avitest::HaveTool("ffmpeg")) << "ffmpeg is needed for this test";
+    avitest::TempDir dir("ffinspect");
+    const std::string inputs =
+        "-f lavfi -i testsrc=size=320x240:rate=25 -f lavfi -i sine=sample_rate=48000 -t 2 ";
+    const std::vector<std::pair<std::string, std::string>> files = {
+        {"raw.avi", "-c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le -ac 2"},
+        {"mjpeg.avi", "-c:v mjpeg -c:a pcm_u8 -ac 1"},
+        {"v210.avi", "-c:v v210 -c:a pcm_s24le -ac 6"},
+    };
+    for (const auto& [name, codecs] : files) {
+        const auto file = dir / name;
+        const auto r = avitest::Run("ffmpeg -nostdin -v error -y " + inputs + codecs + " " + Quote(file));
+        ASSERT_EQ(r.exitCode, 0) << r.errors;
+        const avitest::Inspected inspected = avitest::Inspect({file.string()});
+        EXPECT_EQ(inspected.code, 0) << name << "\n" << inspected.out;
+        EXPECT_NE(inspected.out.find("length=50"), std::string::npos) << name;
+        EXPECT_NE(inspected.out.find("idx1"), std::string::npos) << name;
+    }
+}

@@ -38,12 +38,7 @@ inline std::uint64_t U64(const Bytes& b, std::uint64_t at) {
 inline std::string Tag(const Bytes& b, std::uint64_t at) {
     return std::string(b.begin() + at, b.begin() + at + 4);
 }
-inline std::uint32_t Fcc(const char (&t)[5]) {
-    return std::uint32_t(std::uint8_t(t[0])) | std::uint32_t(std::uint8_t(t[1])) << 8 |
-           std::uint32_t(std::uint8_t(t[2])) << 16 | std::uint32_t(std::uint8_t(t[3])) << 24;
-}
-
-inline std::uint32_t FccOf(const std::string& t) {
+inline std::uint32_t Fcc(const std::string& t) {
     std::uint32_t v = 0;
     for (std::size_t i = 0; i < 4 && i < t.size(); ++i)
         v |= std::uint32_t(std::uint8_t(t[i])) << (8 * i);

@@ -5,27 +5,9 @@
 
 #include "encoders/avi_index.h"
 #include "encoders/stream_info.h"
-#include "riff_reader.h"
+#include "test_files.h"
 
 using avitest::Fcc;
-
-namespace {
-
-VIDEOINFOHEADER Video(std::int32_t width, std::int32_t height, std::uint32_t fourcc, std::uint32_t image,
-                      std::int64_t duration) {
-    VIDEOINFOHEADER v{};
-    v.AvgTimePerFrame = duration;
-    v.bmiHeader.biSize = 40;
-    v.bmiHeader.biWidth = width;
-    v.bmiHeader.biHeight = height;
-    v.bmiHeader.biPlanes = 1;
-    v.bmiHeader.biBitCount = 16;
-    v.bmiHeader.biCompression = fourcc;
-    v.bmiHeader.biSizeImage = image;
-    return v;
-}
-
-} // namespace
 
 // The strh and strf bytes themselves are checked in the files AVIFile writes (avi_file_test.cpp).
 TEST(VideoStreamInfo, QualityAndSuggestedBufferAtTheirBoundaries) {
@@ -35,7 +17,7 @@ TEST(VideoStreamInfo, QualityAndSuggestedBufferAtTheirBoundaries) {
     };
     for (const Case& c : {Case{1000, 0, 9000, 0}, Case{1001, 8192, 9800, 8192}, Case{720, 8193, 9000, 12288},
                           Case{1920, 5529601, 9800, 5529600 + 4096}}) {
-        const VideoStreamInfo s(Video(c.width, 2, Fcc("v210"), c.image, 400000));
+        const VideoStreamInfo s(avitest::Video("v210", c.width, 2, c.image));
         EXPECT_EQ(s.Header().dwQuality, c.quality) << c.width;
         EXPECT_EQ(s.Header().dwSuggestedBufferSize, c.suggested) << c.image;
         EXPECT_EQ(s.Header().dwSampleSize, c.image);
@@ -53,7 +35,7 @@ TEST(VideoStreamInfo, FrameDurationsMapToTheSupportedRatesOnly) {
                         {333665, 333669, 30000, 1001}, {333331, 333335, 30, 1}, {199998, 200002, 50, 1},
                         {166831, 166835, 60000, 1001}, {166665, 166669, 60, 1}};
     const auto rateOf = [](std::int64_t duration) {
-        const VideoStreamInfo s(Video(720, 486, 0, 0, duration));
+        const VideoStreamInfo s(avitest::Video("", 720, 486, 0, 16, duration));
         return std::make_pair(s.Header().dwRate, s.Header().dwScale);
     };
     using P = std::pair<std::uint32_t, std::uint32_t>;
@@ -83,7 +65,6 @@ TEST(AudioStreamInfo, PcmGivesEighteenBytesAndExtensibleForty) {
     const auto* stored = static_cast<const unsigned char*>(pcm.GetFormat());
     for (int i = 18; i < 40; ++i)
         EXPECT_EQ(stored[i], 0) << i;
-
     ext.Format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
     ext.Format.cbSize = 22;
     const AudioStreamInfo six(&ext.Format);
@@ -92,15 +73,13 @@ TEST(AudioStreamInfo, PcmGivesEighteenBytesAndExtensibleForty) {
 }
 
 TEST(StreamInfo, CloneKeepsCountersAndFormat) {
-    VideoStreamInfo v(Video(720, 486, Fcc("UYVY"), 699840, 333667));
+    VideoStreamInfo v(avitest::Video("UYVY", 720, 486, 699840, 16, 333667));
     v.Header().dwLength = 1500;
     v.Header().dwSuggestedBufferSize = 123456;
     const auto copy = v.Clone();
     ASSERT_NE(dynamic_cast<VideoStreamInfo*>(copy.get()), nullptr);
     EXPECT_EQ(std::memcmp(&copy->Header(), &v.Header(), 64), 0);
-    EXPECT_EQ(copy->Header().dwLength, 1500u);
     EXPECT_EQ(std::memcmp(copy->GetFormat(), v.GetFormat(), 40), 0);
-
     WAVEFORMATEX pcm{WAVE_FORMAT_PCM, 1, 44100, 44100, 1, 8, 0};
     AudioStreamInfo a(&pcm);
     a.Header().dwLength = 77;
@@ -119,7 +98,6 @@ TEST(AviIndex, ChunkIdsAndEmptyIndexes) {
     EXPECT_EQ(ChunkId(1, Fcc("auds")), Fcc("01wb"));
     EXPECT_EQ(ChunkId(12, Fcc("txts")), Fcc("12un"));
     EXPECT_EQ(StandardIndexId(23), Fcc("ix23"));
-
     auto super = std::make_unique<SuperIndexChunk>();
     auto standard = std::make_unique<StandardIndexChunk>();
     std::memset(super.get(), 0xEE, sizeof(*super));

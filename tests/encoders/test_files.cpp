@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "encoders/simple_avi_encoder.h"
-#include "riff_reader.h"
 
 namespace avitest {
 
@@ -24,16 +23,9 @@ ExportResult WriteExport(const std::filesystem::path& path, const ExportConfig& 
         if (status != 0 && result.status == 0)
             result.status = status;
     };
-    const std::uint32_t fourcc = FccOf(c.fourcc);
+    const std::uint32_t fourcc = Fcc(c.fourcc);
     CSimpleAviEncoder encoder(fourcc);
-    BITMAPINFOHEADER bmi{};
-    bmi.biSize = 40;
-    bmi.biWidth = c.width;
-    bmi.biHeight = c.height;
-    bmi.biPlanes = 1;
-    bmi.biBitCount = 20;
-    bmi.biCompression = fourcc;
-    bmi.biSizeImage = c.frameBytes;
+    const BITMAPINFOHEADER bmi = Video(c.fourcc, c.width, c.height, c.frameBytes, 20).bmiHeader;
     const bool video = c.width > 0;
     keep(encoder.Initialise(nullptr, &bmi, 0, c.rate, c.scale, video ? 4 : 0, c.frameBytes, nullptr));
     BufferList free;

@@ -9,9 +9,8 @@
 
 int main() {
     const CLSID mux = {0x3c5d9e27, 0x8a41, 0x4f6b, {0xb0, 0xd3, 0x6e, 0x2a, 0x91, 0xc4, 0xf7, 0x05}};
-    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
+    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
         return 2;
-    }
     int status = 1;
     CLSID id{};
     IPersist* object = nullptr;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -38,13 +39,11 @@ void CheckMixedWrites(const std::string& path, bool* wasUnbuffered) {
     ASSERT_EQ(direct.Open(path.c_str(), QVN::FileCreation::kOpenExisting, QVN::FileBuffering::kUnbuffered),
               S_OK);
     *wasUnbuffered = direct.IsUnbuffered();
-
     const std::size_t blockBytes = 3 * 4096;
     auto* block = static_cast<unsigned char*>(QVN::CommitPages(blockBytes));
     ASSERT_NE(block, nullptr);
     for (std::size_t i = 0; i < blockBytes; ++i)
         block[i] = static_cast<unsigned char>(i * 7 + 3);
-
     const char header[] = "RIFF-header";
     ASSERT_EQ(cached.Write(header, sizeof header), S_OK);
     ASSERT_EQ(direct.WriteAt(4096, block, blockBytes), S_OK);
@@ -56,7 +55,6 @@ void CheckMixedWrites(const std::string& path, bool* wasUnbuffered) {
     ASSERT_EQ(direct.WriteAt(8 * 4096, block, 4096), S_OK);
     ASSERT_EQ(cached.Close(), S_OK);
     ASSERT_EQ(direct.Close(), S_OK);
-
     const auto data = ReadAll(path);
     ASSERT_EQ(data.size(), 9u * 4096);
     EXPECT_EQ(std::memcmp(data.data(), header, sizeof header), 0);
@@ -145,22 +143,16 @@ TEST(File, FailuresBecomeTheHresultsWindowsReports) {
     EXPECT_FALSE(file.IsOpen());
     EXPECT_EQ(file.Write("x", 1), HRESULT_FROM_WIN32(QVN::kErrorInvalidHandle));
     EXPECT_EQ(QVN::DeleteFileUtf8("no-such-file-qvn.avi"), S_OK) << "deleting nothing is not an error";
-
     // The errno table, pinned: these are the values the README documents.
-    EXPECT_EQ(QVN::HresultFromErrno(0), S_OK);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(ENOENT)), 0x80070002u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EACCES)), 0x80070005u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EBADF)), 0x80070006u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(ENOMEM)), 0x8007000Eu);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EROFS)), 0x80070013u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EEXIST)), 0x80070050u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EINVAL)), 0x80070057u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(ENOSPC)), 0x80070070u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(ENAMETOOLONG)), 0x800700CEu);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EFBIG)), 0x800700DFu);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EIO)), 0x8007045Du);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EMFILE)), 0x80070004u);
-    EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(EXDEV)), 0x80004005u) << "unmapped: E_FAIL";
+    // EXDEV has no mapping: E_FAIL.
+    const int errors[] = {0,      ENOENT, EACCES,       EBADF, ENOMEM, EROFS,  EEXIST,
+                          EINVAL, ENOSPC, ENAMETOOLONG, EFBIG, EIO,    EMFILE, EXDEV};
+    const std::uint32_t results[] = {0,           0x80070002u, 0x80070005u, 0x80070006u, 0x8007000Eu,
+                                     0x80070013u, 0x80070050u, 0x80070057u, 0x80070070u, 0x800700CEu,
+                                     0x800700DFu, 0x8007045Du, 0x80070004u, 0x80004005u};
+    for (std::size_t i = 0; i < std::size(errors); ++i)
+        EXPECT_EQ(static_cast<std::uint32_t>(QVN::HresultFromErrno(errors[i])), results[i])
+            << "errno " << errors[i];
 }
 
 } // namespace

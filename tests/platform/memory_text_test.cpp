@@ -48,7 +48,6 @@ TEST(TextEncoding, RoundTripsEveryPlaneAndReplacesMalformedInput) {
     EXPECT_EQ(utf16, expected);
     EXPECT_EQ(QVN::Utf16ToUtf8(utf16), utf8);
     EXPECT_EQ(QVN::WideToUtf8(QVN::Utf8ToWide(utf8)), utf8);
-
     EXPECT_EQ(QVN::Utf8ToUtf16("a\xFF"
                                "b"),
               u"a\uFFFDb")

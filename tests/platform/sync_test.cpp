@@ -34,7 +34,6 @@ TEST(AutoResetEvent, EachSetReleasesExactlyOneWaiterAndSignalsDoNotAccumulate) {
     event.Set(); // a second Set before anybody waited is the same single signal
     EXPECT_TRUE(event.Wait(0));
     EXPECT_FALSE(event.Wait(0)) << "the wait consumed the signal (auto-reset)";
-
     EventWaiters waiters;
     QVN::CThread a, b;
     ASSERT_TRUE(a.Start(WaitOnce, &waiters));
@@ -71,10 +70,9 @@ std::uint32_t Produce(void* raw) {
 
 std::uint32_t Consume(void* raw) {
     auto* run = static_cast<SemaphoreRun*>(raw);
-    for (int i = 0; i < run->perConsumer; ++i) {
+    for (int i = 0; i < run->perConsumer; ++i)
         if (run->semaphore.Wait(10000))
             run->taken.fetch_add(1);
-    }
     return 0;
 }
 
@@ -91,7 +89,6 @@ TEST(Semaphore, CountsAreExactUnderContentionAndTheMaximumHolds) {
         t.Join();
     EXPECT_EQ(run.taken.load(), 4000);
     EXPECT_FALSE(run.semaphore.Wait(0)) << "no unit may be left over or lost";
-
     QVN::CSemaphore bounded(1, 2);
     std::int32_t previous = -1;
     EXPECT_TRUE(bounded.Release(1, &previous));

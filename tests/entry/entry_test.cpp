@@ -73,7 +73,6 @@ TEST_F(Entry, StartupFillsTheIdentityAndLeavesEveryOtherByteAlone) {
     prsdk::exExporterInfoRec info;
     std::memset(&info, 0xA5, sizeof info);
     ASSERT_EQ(xSDKExport(prsdk::exSelStartup, &std, &info, nullptr), 0);
-
     const auto* bytes = reinterpret_cast<const unsigned char*>(&info);
     // fileType 'AVIV' with 'A' in the most significant byte: little-endian bytes V I V A.
     EXPECT_EQ(std::memcmp(bytes + 4, "VIVA", 4), 0);
@@ -139,7 +138,6 @@ TEST_F(Entry, BeginAcquiresSevenSuitesInOrderAndEndReleasesThemWithTheSameVersio
     EXPECT_EQ(exporter->settings.pluginId, 0x1234u);
     EXPECT_TRUE(exporter->settings.width == 0 && exporter->settings.ticksPerFrame == 0 &&
                 exporter->settings.audioSampleRate == 0.0);
-
     const auto expected = [](const char* sign) {
         std::vector<std::string> log;
         for (const auto& [name, version] : kInstanceSuites)

@@ -102,7 +102,6 @@ protected:
         qvnhost::CurrentSequence() = qvnhost::SequenceInfo{};
         qvnhost::RegisterInstanceSuites();
     }
-
     prsdk::int32 Call(prsdk::int32 selector, void* record) {
         return xSDKExport(selector, qvnhost::SuiteBroker::Instance().StdParms(), record, nullptr);
     }
@@ -119,7 +118,6 @@ protected:
     QVN::ExportSettings& Record() {
         return static_cast<QVN::PremiereExporter*>(instance_.privateData)->settings;
     }
-
     StoredParam Param(const std::string& id) {
         const auto groups = ParamStore::Instance().Snapshot(kPlugin);
         for (const StoredParam& p : groups.at(0).entries) {
@@ -161,7 +159,6 @@ protected:
     void ChangeInt(const std::string& id, prsdk::int32 value) {
         EXPECT_EQ(Change(id, [value](Value& v) { v.intValue = value; }), 0);
     }
-
     prsdk::exExporterInstanceRec instance_{};
 };
 
@@ -207,13 +204,11 @@ TEST_F(Settings, GenerateBuildsTheTreeWithTheSourceDefaultsAndPostProcessLabelsI
     EXPECT_EQ(Param("ADBEVideoWidth").values.rangeMax.intValue, 4096);
     EXPECT_EQ(Describe(Record()), "plugin 7, 720x576, UYVY, aspect 1024/702, 10160640000 of 254016000000, "
                                   "field 2, audio 3 3 44100");
-
     prsdk::exPostProcessParamsRec post{kPlugin, instance_.privateData, 0, 1, 1};
     for (int i = 0; i < 2; ++i) // the lists are cleared first, never doubled
         ASSERT_EQ(Call(prsdk::exSelPostProcessParams, &post), 0);
     for (const Node& n : tree)
         EXPECT_EQ(QVN::Utf16ToUtf8(Param(n.id).name), n.label) << n.id;
-
     EXPECT_EQ(Choices("ADBEVideoCodec"),
               (Names{"Uncompressed 8-bit SD YUV=UYVY", "Uncompressed 8-bit HD YUV=HDYC",
                      "Uncompressed 10-bit YUV=v210", "Uncompressed 10-bit RGB=r210", "Motion JPEG=MJPG",

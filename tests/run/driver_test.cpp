@@ -230,7 +230,6 @@ TEST_F(Driver, EveryPairingOfFrameFormatAndCodecTakesItsConverterOrStops) {
             EXPECT_TRUE(got == expected[0] || got == expected[1]) << "frame " << n;
         }
     }
-
     // Handed over by its last row with negative row bytes, a frame is copied from that row on.
     script.codec = Code("MJPG");
     script.deliveredFormat = k8u;

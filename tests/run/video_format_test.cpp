@@ -139,7 +139,6 @@ TEST(EncoderChoice, DvcproIsStoredAsHostCompressedFramesAndTheGraphCodesGoWhereT
     auto wide = QVN::ChooseEncoder(FourCC("v210"), 720, 576, 1024);
     EXPECT_EQ(wide.mode, 4u) << "PAL wide (1024/702) shifts frames in the graph";
     EXPECT_EQ(QVN::ChooseEncoder(FourCC("v210"), 720, 576, 768).mode, 1u) << "768 is not above 768";
-
     for (const char* code : {"MJPG", "dvsd"}) {
         auto choice = QVN::ChooseEncoder(Code(code), 720, 480, 10);
         SCOPED_TRACE(code);

@@ -86,12 +86,10 @@ TEST(AudioSuite, InterleavesChannelsFrameByFrameAndReadsBack) {
     for (int i = 0; i < 4; ++i)
         for (int c = 0; c < 3; ++c)
             EXPECT_EQ(s16[i * 3 + c], (c * 4 + i) * 2048);
-
     std::vector<std::vector<float>> out(3, std::vector<float>(4, -9.0f));
     float* back[3] = {out[0].data(), out[1].data(), out[2].data()};
     ASSERT_EQ(s->UninterleaveAndConvertFrom16BitInteger(s16.data(), back, 3, 4), 0);
     EXPECT_EQ(out, in);
-
     // The extremes of each width read back as v / 2^(bits-1); 24-bit values are sign-extended.
     unsigned char u8[2] = {0, 255}, s24[6] = {0x00, 0x00, 0x80, 0xFF, 0xFF, 0xFF};
     prsdk::int32 s32[2] = {std::numeric_limits<prsdk::int32>::min(), 1 << 30};
@@ -103,7 +101,6 @@ TEST(AudioSuite, InterleavesChannelsFrameByFrameAndReadsBack) {
     EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, -1.0f / 8388608.0f));
     ASSERT_EQ(s->UninterleaveAndConvertFrom32BitInteger(s32, pa, 1, 2), 0);
     EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, 0.5f));
-
     // Missing buffers or channels are refused with a negative result, which the exporter tests for.
     float* holes[2] = {in[0].data(), nullptr};
     EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(holes, s16.data(), 2, 4), 0);
@@ -171,13 +168,11 @@ TEST_F(SequenceAudio, BlocksAreLimitedToTheLargestBlockAndPositionsAdvanceExactl
     EXPECT_EQ(maxBlip(kNtscFrame), 1602);           // 1601.6 samples per NTSC frame, rounded up
     EXPECT_EQ(maxBlip(kTicksPerSecond / 25), 1920); // exactly one PAL frame
     EXPECT_LT(s->GetMaxBlip(id, 0, &blip), 0);
-
     std::vector<float> l(4000), r(4000);
     float* planes[2] = {l.data(), r.data()};
     EXPECT_LT(s->GetAudio(id, 1921, planes, 0), 0); // one sample frame over the limit
     EXPECT_EQ(AudioHostState().problems.front(),
               "GetAudio asked for 1921 sample frames, more than the largest block 1920");
-
     // 1000 + 1920 + 7 frames continue each other exactly: the same as one long read from another renderer.
     std::vector<float> pieces;
     for (prsdk::csSDK_uint32 m : {1000u, 1920u, 7u}) {
@@ -187,11 +182,9 @@ TEST_F(SequenceAudio, BlocksAreLimitedToTheLargestBlockAndPositionsAdvanceExactl
     ASSERT_EQ(s->ResetAudioToBeginning(id), 0);
     ASSERT_EQ(s->GetAudio(id, 1000, planes, 0), 0);
     EXPECT_TRUE(std::equal(l.begin(), l.begin() + 1000, pieces.begin())) << "reset returns to the start";
-
     EXPECT_EQ(AudioHostState().sampleFrames, 1000u + 1920u + 7u + 1000u);
     EXPECT_EQ(s->ReleaseAudioRenderer(1, id), 0);
     EXPECT_LT(s->ReleaseAudioRenderer(1, id), 0);
-
     // 44.1 kHz at 23.976: 1839.3375 per frame, rounded up.
     ASSERT_EQ(s->MakeAudioRenderer(1, 0, prsdk::kPrAudioChannelType_Mono, prsdk::kPrAudioSampleType_16BitInt,
                                    44100.0f, &id),

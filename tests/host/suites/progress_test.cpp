@@ -42,7 +42,6 @@ TEST(ProgressSuite, SuspendsOnceAndCancelsFromTheChosenFrameOn) {
     EXPECT_EQ(r.abortAnswers, 10u);
     EXPECT_EQ(r.waits, 1u);
     EXPECT_EQ(r.cancelledAtFrame, 110);
-
     // Frames of a long export survive the trip through a float fraction.
     o = {};
     o.frameCount = 1'000'000;

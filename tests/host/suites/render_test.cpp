@@ -138,7 +138,6 @@ protected:
         ResetRenderHost();
         ConfigureRenderHost(RenderHostOptions{}, nullptr);
     }
-
     // Queues frames first..first+count-1 and waits for their completions.
     void RenderAll(const RenderHostOptions& options, std::int64_t first, int count,
                    std::vector<prsdk::PrPixelFormat> formats) {
@@ -167,7 +166,6 @@ protected:
         }
         ASSERT_EQ(suite->ReleaseVideoRenderer(1, collector.renderer), 0);
     }
-
     SequenceSource source;
     Collector collector;
     const prsdk::SequenceRenderSuite* suite = SequenceRenderSuiteTable();
@@ -225,7 +223,6 @@ TEST_F(RenderSuite, ForcedFormatsFailedFramesAndUnrenderableRequests) {
     }
     EXPECT_EQ(failed, 1);
     EXPECT_EQ(RenderHostState().failedRenders, 1u);
-
     // Nothing the host renders in the list: the render completes with an error, and the host says why.
     const prsdk::PrPixelFormat yuv = prsdk::MakeFourCC('y', 'u', 'v', '2');
     EXPECT_EQ(ChooseRenderFormat(nullptr, 0, 0), 0u);
@@ -258,7 +255,6 @@ TEST_F(RenderSuite, SyncRenderAndMisuseOfRenderersAndFrames) {
     prsdk::PrPixelFormat format = 0;
     EXPECT_LT(ppix->GetPixelFormat(frame, &format), 0);
     EXPECT_EQ(FrameRegistry::Instance().BadDisposals(), 1u);
-
     params.inWidth = 0;
     EXPECT_LT(suite->QueueAsyncVideoFrameRender(id, 0, nullptr, &params, 0, nullptr), 0);
     EXPECT_LT(suite->QueueAsyncVideoFrameRender(id + 99, 0, nullptr, &params, 0, nullptr), 0);

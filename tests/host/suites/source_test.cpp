@@ -156,7 +156,6 @@ TEST(SequenceSource, RawFramesArePresentedBottomUpAndScaled) {
     EXPECT_FALSE(s->Render(3, *past, &error));
     EXPECT_NE(error.find("past its end"), std::string::npos) << error;
     std::filesystem::remove(path);
-
     SourceOptions parsed;
     EXPECT_TRUE(ParseSourceName("raw:-", &parsed, &error));
     EXPECT_EQ(parsed.rawPath, "-");
@@ -201,7 +200,6 @@ TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBefore) {
                 unsigned char* const address = first->pixels;
                 const std::uint64_t recycled = registry.Recycled();
                 ASSERT_TRUE(registry.Dispose(first->Handle()));
-
                 HostFrame* second = registry.Make(layout);
                 ASSERT_NE(second, nullptr);
                 EXPECT_EQ(registry.Recycled(), recycled + 1);
@@ -234,7 +232,6 @@ TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
     const std::size_t size = 64 * 32 * 4;
     const auto pool = [&registry] { return std::pair(registry.Pooled(), registry.PooledBytes()); };
     const auto dispose = [&registry](HostFrame* f) { ASSERT_TRUE(registry.Dispose(f->Handle())); };
-
     // Ten frames alive at once come back to a pool of four: the oldest returned are let go.
     registry.SetPoolLimits(4, std::size_t{1} << 30);
     std::vector<HostFrame*> frames;
@@ -249,7 +246,6 @@ TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
     }
     EXPECT_EQ(pool(), std::pair(std::size_t{4}, 4 * size));
     EXPECT_EQ(registry.Live(), 0u);
-
     // The newest come out first; the fifth frame is a new buffer.
     frames.clear();
     for (int i = 0; i < 5; ++i)
@@ -261,13 +257,11 @@ TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
     for (HostFrame* f : frames)
         dispose(f);
     EXPECT_EQ(registry.Pooled(), 4u);
-
     // A byte budget for two frames trims the pool at once; a frame larger than the budget is not kept.
     registry.SetPoolLimits(100, 2 * size + 1);
     EXPECT_EQ(pool(), std::pair(std::size_t{2}, 2 * size));
     dispose(registry.Make({k8u, 64, 96}));
     EXPECT_EQ(registry.PooledBytes(), 2 * size);
-
     // Another size or placement takes no pooled buffer; returned, they push the older ones out.
     const std::uint64_t recycled = registry.Recycled();
     HostFrame* padded = registry.Make({k8u, 64, 32, 16});
@@ -279,7 +273,6 @@ TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
     EXPECT_EQ(pool(), std::pair(std::size_t{1}, size)) << "a padded and two plain frames are over the budget";
     dispose(registry.Make({k8u, 64, 32, 0, true}));
     EXPECT_EQ(registry.Recycled(), recycled + 1) << "the newest, the unaligned frame's, is what is left";
-
     // A disposed handle stays dead though its buffer lives on in another frame.
     const prsdk::PPixHand old = registry.Make(layout)->Handle();
     ASSERT_TRUE(registry.Dispose(old));
@@ -288,7 +281,6 @@ TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
         EXPECT_FALSE(registry.Dispose(old));
     }
     dispose(d);
-
     registry.Reset();
     EXPECT_EQ(pool(), std::pair(std::size_t{0}, std::size_t{0}));
     EXPECT_EQ(registry.Recycled(), 0u);

@@ -85,7 +85,8 @@ TEST(VideoFormat, BitCountCompressionAndPaddedRowSizesByCodec) {
         SCOPED_TRACE(testing::Message() << c.code << " " << c.w << "x" << c.h);
         const BITMAPINFOHEADER f = QVN::BuildVideoFormat(Code(c.code), c.w, c.h);
         EXPECT_EQ(f.biSize, 40u);
-        EXPECT_EQ(std::pair(f.biWidth, f.biHeight), std::pair(c.w, c.h));
+        EXPECT_EQ(f.biWidth, c.w);
+        EXPECT_EQ(f.biHeight, c.h);
         EXPECT_EQ(f.biPlanes, 1);
         EXPECT_EQ(f.biBitCount, c.bits);
         EXPECT_EQ(f.biCompression, c.compression);
@@ -144,8 +145,8 @@ TEST(EncoderChoice, DvcproIsStoredAsHostCompressedFramesAndTheGraphCodesGoWhereT
         SCOPED_TRACE(code);
         EXPECT_EQ(choice.input.biCompression, 0u) << "the compressor takes 32-bit frames";
         EXPECT_EQ(choice.input.biBitCount, 32);
-        EXPECT_EQ(std::pair(choice.input.biSizeImage, choice.output.biSizeImage),
-                  std::pair(720u * 480 * 4, 720u * 480 * 4));
+        EXPECT_EQ(choice.input.biSizeImage, 720u * 480 * 4);
+        EXPECT_EQ(choice.output.biSizeImage, 720u * 480 * 4);
         EXPECT_EQ(choice.output.biCompression, Code(code));
 #ifndef _WIN32
         // Without a graph they fail cleanly when the run starts the encoder.

@@ -73,7 +73,6 @@ TEST_F(Entry, StartupFillsTheIdentityAndLeavesEveryOtherByteAlone) {
     prsdk::exExporterInfoRec info;
     std::memset(&info, 0xA5, sizeof info);
     ASSERT_EQ(xSDKExport(prsdk::exSelStartup, &std, &info, nullptr), 0);
-
     const auto* bytes = reinterpret_cast<const unsigned char*>(&info);
     // fileType 'AVIV' with 'A' in the most significant byte: little-endian bytes V I V A.
     EXPECT_EQ(std::memcmp(bytes + 4, "VIVA", 4), 0);
@@ -87,15 +86,14 @@ TEST_F(Entry, StartupFillsTheIdentityAndLeavesEveryOtherByteAlone) {
     EXPECT_EQ(info.interfaceVersion, 3);
     // Untouched: the leading field, the two after the export flags, everything past the version, and the
     // name buffers past their terminating zeros.
-    auto untouched = [&](std::size_t from, std::size_t to) {
+    // (after "Quorvane AVI File" and its zero, and after "avi" and its zero)
+    for (const auto& [from, to] : {std::pair<std::size_t, std::size_t>{0, 4},
+                                   {8 + 2 * 18, 520},
+                                   {520 + 2 * 4, 1032},
+                                   {1060, 1068},
+                                   {1072, sizeof info}})
         for (std::size_t i = from; i < to; ++i)
             ASSERT_EQ(bytes[i], 0xA5) << "byte " << i << " was written";
-    };
-    untouched(0, 4);
-    untouched(8 + 2 * 18, 520);   // after "Quorvane AVI File" and its zero
-    untouched(520 + 2 * 4, 1032); // after "avi" and its zero
-    untouched(1060, 1068);
-    untouched(1072, sizeof info);
     EXPECT_TRUE(broker.log.empty()) << "start-up acquires no suite";
 }
 
@@ -138,70 +136,61 @@ TEST_F(Entry, BeginAcquiresSevenSuitesInOrderAndEndReleasesThemWithTheSameVersio
     auto* exporter = static_cast<QVN::PremiereExporter*>(rec.privateData);
     EXPECT_EQ(exporter->pluginId, 0x1234u);
     EXPECT_EQ(exporter->settings.pluginId, 0x1234u);
-    EXPECT_EQ(exporter->settings.width, 0);
-    EXPECT_EQ(exporter->settings.ticksPerFrame, 0);
-    EXPECT_EQ(exporter->settings.audioSampleRate, 0.0);
-
-    std::vector<std::string> expected;
-    for (const auto& [name, version] : kInstanceSuites)
-        expected.push_back("+" + name + " v" + std::to_string(version));
-    EXPECT_EQ(broker.log, expected);
-
+    EXPECT_TRUE(exporter->settings.width == 0 && exporter->settings.ticksPerFrame == 0 &&
+                exporter->settings.audioSampleRate == 0.0);
+    const auto expected = [](const char* sign) {
+        std::vector<std::string> log;
+        for (const auto& [name, version] : kInstanceSuites)
+            log.push_back(sign + name + " v" + std::to_string(version));
+        return log;
+    };
+    EXPECT_EQ(broker.log, expected("+"));
     broker.log.clear();
     ASSERT_EQ(xSDKExport(prsdk::exSelEndInstance, &std, &rec, nullptr), 0);
-    expected.clear();
-    for (const auto& [name, version] : kInstanceSuites)
-        expected.push_back("-" + name + " v" + std::to_string(version));
-    EXPECT_EQ(broker.log, expected);
+    EXPECT_EQ(broker.log, expected("-"));
 }
 
+// The exception names the refused suite by its source line.
 TEST_F(Entry, ARefusedSuiteFailsBeginWithInternalErrorAndLeavesNoInstance) {
+    const int lines[] = {38, 44, 50, 56, 62, 68, 74};
     for (std::size_t refused = 0; refused < kInstanceSuites.size(); ++refused) {
         broker.log.clear();
         broker.refuse = kInstanceSuites[refused].first;
+        SCOPED_TRACE(broker.refuse);
         prsdk::exExporterInstanceRec rec{};
         void* const sentinel = &rec;
         rec.privateData = sentinel;
-        EXPECT_EQ(xSDKExport(prsdk::exSelBeginInstance, &std, &rec, nullptr), 3) << broker.refuse;
+        EXPECT_EQ(xSDKExport(prsdk::exSelBeginInstance, &std, &rec, nullptr), 3);
         EXPECT_EQ(rec.privateData, sentinel) << "no instance may be stored after a refusal";
         // Suites granted before the refusal stay acquired; nothing is released; nothing after it is asked.
         ASSERT_EQ(broker.log.size(), refused + 1);
         for (std::size_t i = 0; i < refused; ++i)
             EXPECT_EQ(broker.log[i][0], '+');
         EXPECT_EQ(broker.log.back(), "!" + broker.refuse);
-    }
-
-    prsdk::exExporterInstanceRec rec{};
-    EXPECT_EQ(xSDKExport(prsdk::exSelBeginInstance, &noBroker, &rec, nullptr), 3) << "no broker at all";
-    EXPECT_EQ(rec.privateData, nullptr);
-
-    broker.refuse.clear();
-    broker.throwOnAcquire = true;
-    EXPECT_EQ(xSDKExport(prsdk::exSelBeginInstance, &std, &rec, nullptr), 3)
-        << "any exception, not only the module's own, becomes the internal error";
-    EXPECT_EQ(rec.privateData, nullptr);
-}
-
-TEST_F(Entry, TheExceptionNamesTheSuiteByItsSourceLine) {
-    const int lines[] = {38, 44, 50, 56, 62, 68, 74};
-    for (std::size_t i = 0; i < kInstanceSuites.size(); ++i) {
-        broker.refuse = kInstanceSuites[i].first;
         try {
             QVN::PremiereExporter exporter(7, &std);
-            ADD_FAILURE() << "no exception for " << broker.refuse;
+            ADD_FAILURE() << "no exception";
         } catch (const QVN::PrSDKException& e) {
             EXPECT_EQ(e.result, 3);
-            EXPECT_EQ(e.line, lines[i]) << broker.refuse;
+            EXPECT_EQ(e.line, lines[refused]);
             EXPECT_EQ(e.function, "PremiereExporter::PremiereExporter");
             EXPECT_EQ(e.file, ".\\exporter.cpp");
         }
     }
+    prsdk::exExporterInstanceRec rec{};
+    EXPECT_EQ(xSDKExport(prsdk::exSelBeginInstance, &noBroker, &rec, nullptr), 3) << "no broker at all";
+    EXPECT_EQ(rec.privateData, nullptr);
     try {
         QVN::PremiereExporter exporter(7, &noBroker);
         ADD_FAILURE() << "no exception without a broker";
     } catch (const QVN::PrSDKException& e) {
         EXPECT_EQ(e.line, 32);
     }
+    broker.refuse.clear();
+    broker.throwOnAcquire = true;
+    EXPECT_EQ(xSDKExport(prsdk::exSelBeginInstance, &std, &rec, nullptr), 3)
+        << "any exception, not only the module's own, becomes the internal error";
+    EXPECT_EQ(rec.privateData, nullptr);
 }
 
 TEST_F(Entry, EndWithoutABrokerSkipsTheReleasesAndStillSucceeds) {

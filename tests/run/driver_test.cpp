@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,9 +29,8 @@ using scripted::kTicksPerSecond;
 struct Handed {
     std::mutex mutex;
     std::vector<std::vector<unsigned char>> frames; // in WriteVideo order
-    std::uint32_t openedWith[3] = {};               // has video, has audio, frame limit
-    std::uint32_t audioRate = 0;
-    std::uint32_t audioWrites = 0;
+    std::vector<std::uint32_t> openedWith;          // has video, has audio, frame limit
+    std::uint32_t audioRate = 0, audioWrites = 0;
 };
 Handed* gHanded = nullptr;
 
@@ -39,9 +39,7 @@ public:
     using CSimpleAviEncoder::CSimpleAviEncoder;
     std::uint32_t Open(std::uint32_t video, std::uint32_t audio, std::uint32_t limit,
                        const wchar_t* path) override {
-        gHanded->openedWith[0] = video;
-        gHanded->openedWith[1] = audio;
-        gHanded->openedWith[2] = limit;
+        gHanded->openedWith = {video, audio, limit};
         return CSimpleAviEncoder::Open(video, audio, limit, path);
     }
     std::uint32_t SetAudioFormat(std::uint16_t channels, std::uint32_t rate, std::uint16_t bits,
@@ -55,11 +53,10 @@ public:
     }
     std::uint32_t EncodeFrame(const void* source, std::uint32_t size, std::uint8_t* destination,
                               std::uint32_t destinationSize) override {
-        {
-            std::lock_guard<std::mutex> hold(gHanded->mutex);
-            const auto* bytes = static_cast<const unsigned char*>(source);
-            gHanded->frames.emplace_back(bytes, bytes + size);
-        }
+        const auto* bytes = static_cast<const unsigned char*>(source);
+        std::unique_lock<std::mutex> hold(gHanded->mutex);
+        gHanded->frames.emplace_back(bytes, bytes + size);
+        hold.unlock();
         return CSimpleAviEncoder::EncodeFrame(source, size, destination, destinationSize);
     }
 };
@@ -139,32 +136,23 @@ TEST_F(Driver, EachCodecAsksForItsPixelFormatsAndTheSettingsOfTheExport) {
         ASSERT_EQ(Run(3, 8, true, false), 0);
         ASSERT_EQ(record->renders.size(), 5u);
         for (const scripted::RenderRequest& r : record->renders) {
+            const prsdk::SequenceRender_ParamsRec p = r.params;
             EXPECT_EQ(r.formats, c.formats);
-            EXPECT_EQ(r.params.inWidth, 48);
-            EXPECT_EQ(r.params.inHeight, 6);
-            EXPECT_EQ(r.params.inPixelAspectRatioNumerator, 40);
-            EXPECT_EQ(r.params.inPixelAspectRatioDenominator, 33);
-            EXPECT_EQ(r.params.inRenderQuality, prsdk::kPrRenderQuality_High);
-            EXPECT_EQ(r.params.inFieldType, 2);
-            EXPECT_EQ(r.params.inDeinterlace, 0);
-            EXPECT_EQ(r.params.inDeinterlaceQuality, 0);
-            EXPECT_EQ(r.params.inCompositeOnBlack, 1);
+            EXPECT_EQ(
+                (std::vector<prsdk::int32>{p.inWidth, p.inHeight, p.inPixelAspectRatioNumerator,
+                                           p.inPixelAspectRatioDenominator, p.inRenderQuality, p.inFieldType,
+                                           p.inDeinterlace, p.inDeinterlaceQuality, p.inCompositeOnBlack}),
+                (std::vector<prsdk::int32>{48, 6, 40, 33, prsdk::kPrRenderQuality_High, 2, 0, 0, 1}));
         }
         // The host compresses DVCPRO; the 720p codes with the field phase, 0 and 2 from the first frame on.
         const bool dv = c.codec[0] == 'd' && c.codec[1] == 'v' && c.codec[2] != 's';
         const bool phased = dv && c.codec[3] == '7';
-        std::vector<std::pair<std::int32_t, std::int32_t>> phases;
-        std::vector<std::int32_t> scaled;
-        for (std::int32_t n = 3; n < 8; ++n) {
-            if (phased)
-                phases.emplace_back(n, (n - 3) % 2 == 0 ? 0 : 2);
-            else if (dv)
-                scaled.push_back(n);
-        }
+        using Phases = std::vector<std::pair<std::int32_t, std::int32_t>>;
+        using Frames = std::vector<std::int32_t>;
         std::sort(record->dvPhases.begin(), record->dvPhases.end());
         std::sort(record->dvScaled.begin(), record->dvScaled.end());
-        EXPECT_EQ(record->dvPhases, phases);
-        EXPECT_EQ(record->dvScaled, scaled);
+        EXPECT_EQ(record->dvPhases, (phased ? Phases{{3, 0}, {4, 2}, {5, 0}, {6, 2}, {7, 0}} : Phases{}));
+        EXPECT_EQ(record->dvScaled, (dv && !phased ? Frames{3, 4, 5, 6, 7} : Frames{}));
     }
 }
 
@@ -175,7 +163,8 @@ using Entry = std::int32_t (*)(const void*, std::uint32_t, std::uint32_t, void*,
 
 std::vector<std::vector<unsigned char>> Expected(Entry entry, std::uint32_t from,
                                                  prsdk::PrPixelFormat delivered, std::int32_t n,
-                                                 std::int32_t w, std::int32_t h, std::uint32_t frameBytes) {
+                                                 std::int32_t w, std::int32_t h, std::uint32_t frameBytes,
+                                                 bool lastRowFirst = false) {
     std::int32_t rowBytes = 0;
     const std::vector<unsigned char> src = scripted::FramePixels(n, delivered, w, h, &rowBytes);
     std::vector<std::vector<unsigned char>> out;
@@ -184,10 +173,10 @@ std::vector<std::vector<unsigned char>> Expected(Entry entry, std::uint32_t from
         if (entry) {
             entry(src.data(), static_cast<std::uint32_t>(rowBytes), from, dst.data(),
                   frameBytes / static_cast<std::uint32_t>(h), w, h, 0, path);
-        } else { // the row copy: rows of width * 4 bytes, top row first, source padding left out
+        } else { // the row copy: rows of width * 4 bytes, source padding left out, from the first row handed
             for (std::int32_t y = 0; y < h; ++y)
-                std::memcpy(dst.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(w) * 4,
-                            src.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(rowBytes),
+                std::memcpy(dst.data() + static_cast<std::size_t>(y * w * 4),
+                            src.data() + static_cast<std::size_t>((lastRowFirst ? h - 1 - y : y) * rowBytes),
                             static_cast<std::size_t>(w) * 4);
         }
         out.push_back(dst);
@@ -241,25 +230,17 @@ TEST_F(Driver, EveryPairingOfFrameFormatAndCodecTakesItsConverterOrStops) {
             EXPECT_TRUE(got == expected[0] || got == expected[1]) << "frame " << n;
         }
     }
-
     // Handed over by its last row with negative row bytes, a frame is copied from that row on.
     script.codec = Code("MJPG");
     script.deliveredFormat = k8u;
     script.lastRowFirst = true;
     ASSERT_EQ(Run(0, 2, true, false), 0);
     ASSERT_EQ(handed.frames.size(), 2u);
-    const auto rowBytesOut = static_cast<std::size_t>(script.width) * 4;
     for (std::int32_t n = 0; n < 2; ++n) {
-        std::int32_t rowBytes = 0;
-        const std::vector<unsigned char> src =
-            scripted::FramePixels(n, k8u, script.width, script.height, &rowBytes);
-        for (std::int32_t y = 0; y < script.height; ++y)
-            EXPECT_EQ(std::memcmp(handed.frames[static_cast<std::size_t>(n)].data() + y * rowBytesOut,
-                                  src.data() + static_cast<std::size_t>(script.height - 1 - y) *
-                                                   static_cast<std::size_t>(rowBytes),
-                                  rowBytesOut),
-                      0)
-                << "frame " << n << " row " << y;
+        const std::vector<unsigned char>& got = handed.frames[static_cast<std::size_t>(n)];
+        EXPECT_EQ(got, Expected(nullptr, 0, k8u, n, script.width, script.height,
+                                static_cast<std::uint32_t>(got.size()), true)[0])
+            << "frame " << n;
     }
 }
 
@@ -329,17 +310,13 @@ TEST_F(Driver, TheExportHandlerFillsInSizesFromTheSourceAndKeepsAudioRatesWithin
 
 TEST_F(Driver, AnAudioOnlyExportOpensTheEncoderForItsFramesAndWritesEveryChunksAudio) {
     ASSERT_EQ(Run(5, 65, false, true), 0);
-    EXPECT_EQ(handed.openedWith[0], 0u);
-    EXPECT_EQ(handed.openedWith[1], 1u);
-    EXPECT_EQ(handed.openedWith[2], 60u);
+    EXPECT_EQ(handed.openedWith, (std::vector<std::uint32_t>{0, 1, 60}));
     EXPECT_TRUE(record->renders.empty());
     EXPECT_EQ(record->videoRenderersMade, 1);
     EXPECT_EQ(record->videoRenderersReleased, 1);
     EXPECT_EQ(handed.audioWrites, 3u);
-    std::int64_t samples = 0;
-    for (std::uint32_t b : record->audioBlocks)
-        samples += b;
-    EXPECT_EQ(samples, 60 * 1920);
+    EXPECT_EQ(std::accumulate(record->audioBlocks.begin(), record->audioBlocks.end(), std::int64_t{0}),
+              60 * 1920);
 }
 
 } // namespace

@@ -39,14 +39,13 @@ protected:
 TEST_F(ExportRun, FramesCompletingLastFirstAreDeliveredInOrderWithOneProgressReportEach) {
     script.batch = 3; // renders complete 2, 1, 0, then 5, 4, 3, ...
     ASSERT_EQ(scripted::RunExport(script, 0, 10, true, false, &record), 0);
-    ASSERT_EQ(record.requestedTimes.size(), 10u);
-    for (std::size_t i = 0; i < 10; ++i)
-        EXPECT_EQ(record.requestedTimes[i], static_cast<std::int64_t>(i) * script.ticksPerFrame);
+    ASSERT_EQ(record.renders.size(), 10u);
     ASSERT_EQ(record.progress.size(), 10u) << "one report per delivered frame";
-    for (std::size_t i = 0; i < 10; ++i)
+    for (std::size_t i = 0; i < 10; ++i) {
+        EXPECT_EQ(record.renders[i].time, static_cast<std::int64_t>(i) * script.ticksPerFrame);
         EXPECT_FLOAT_EQ(record.progress[i], static_cast<float>(i) / 10.0f) << "delivery order at " << i;
-    EXPECT_EQ(record.videoRenderersMade, 1);
-    EXPECT_EQ(record.videoRenderersReleased, 1);
+    }
+    EXPECT_EQ(std::pair(record.videoRenderersMade, record.videoRenderersReleased), std::pair(1, 1));
     EXPECT_TRUE(record.outstandingSuites.empty()) << record.outstandingSuites.front();
     EXPECT_TRUE(FileExists());
 }
@@ -60,62 +59,47 @@ TEST_F(ExportRun, ASuspendedExportWaitsForResumeAndCarriesOn) {
 
 // Each row of the failure table, as the host sees it: the result, and how far the run got.
 TEST_F(ExportRun, EveryFailureEndsWithTheResultTheHostExpects) {
+    using S = scripted::Script&;
     struct Case {
         const char* what;
-        void (*script)(scripted::Script&);
         std::int32_t end;
         bool audio;
         prsdk::int32 result;
         int requested; // render requests the host granted; -1: fewer than the range (the run stopped asking)
         bool file;     // a closed file is left behind
+        void (*script)(S);
     };
     const Case cases[] = {
-        {"49.95 fps has no AVI rate",
-         [](scripted::Script& s) {
-             s.ticksPerFrame = static_cast<std::int64_t>(std::llround(kTicksPerSecond / 49.95));
-         },
-         10, false, 3, 0, false},
-        {"no Motion JPEG encoder here", [](scripted::Script& s) { s.codec = FourCC("MJPG"); }, 10, false, 99,
-         0, false},
-        {"the video renderer refused", [](scripted::Script& s) { s.refuseVideoRenderer = true; }, 10, false,
-         kHostFailure, 0, false},
-        {"the audio renderer refused", [](scripted::Script& s) { s.refuseAudioRenderer = true; }, 10, true,
-         kHostFailure, 0, false},
-        {"the audio reset refused", [](scripted::Script& s) { s.refuseAudioReset = true; }, 10, true,
-         prsdk::suiteError_InvalidCall, 0, false},
-        {"the largest block refused", [](scripted::Script& s) { s.refuseMaxBlip = true; }, 10, true,
-         prsdk::suiteError_NotImplemented, 0, false},
-        {"the file cannot be created", [](scripted::Script& s) { s.path = "no-such-folder-qvn/out.avi"; }, 10,
-         false, 99, 0, false},
+        {"49.95 fps has no AVI rate", 10, false, 3, 0, false,
+         [](S s) { s.ticksPerFrame = static_cast<std::int64_t>(std::llround(kTicksPerSecond / 49.95)); }},
+        {"no Motion JPEG encoder here", 10, false, 99, 0, false, [](S s) { s.codec = FourCC("MJPG"); }},
+        {"the video renderer refused", 10, false, kHostFailure, 0, false,
+         [](S s) { s.refuseVideoRenderer = true; }},
+        {"the audio renderer refused", 10, true, kHostFailure, 0, false,
+         [](S s) { s.refuseAudioRenderer = true; }},
+        {"the audio reset refused", 10, true, prsdk::suiteError_InvalidCall, 0, false,
+         [](S s) { s.refuseAudioReset = true; }},
+        {"the largest block refused", 10, true, prsdk::suiteError_NotImplemented, 0, false,
+         [](S s) { s.refuseMaxBlip = true; }},
+        {"the file cannot be created", 10, false, 99, 0, false,
+         [](S s) { s.path = "no-such-folder-qvn/out.avi"; }},
         // Failures without an abort word end the run quietly: the host hears 0, the file is closed.
-        {"a render request refused", [](scripted::Script& s) { s.refuseRenderOf = 2; }, 10, false, 0, 2,
-         true},
-        {"the host's audio failed", [](scripted::Script& s) { s.failAudioCall = 1; }, 60, true, 0, 25, true},
+        {"a render request refused", 10, false, 0, 2, true, [](S s) { s.refuseRenderOf = 2; }},
+        {"the host's audio failed", 60, true, 0, 25, true, [](S s) { s.failAudioCall = 1; }},
         // An unknown channel or sample type (the dialog's sample-type entries all carry "dvsd") is not a
         // failure of the set-up: the run asks for its first chunk, then has no audio to deliver.
-        {"channel type 4", [](scripted::Script& s) { s.channelType = 4; }, 60, true, 0, 25, true},
-        {"the dialog's sample type",
-         [](scripted::Script& s) { s.sampleType = static_cast<std::int32_t>(FourCC("dvsd")); }, 60, true, 0,
-         25, true},
-        {"a cancel", [](scripted::Script& s) { s.cancelAtReport = 3; }, 100, false, prsdk::exportReturn_Abort,
-         -1, true},
+        {"channel type 4", 60, true, 0, 25, true, [](S s) { s.channelType = 4; }},
+        {"the dialog's sample type", 60, true, 0, 25, true,
+         [](S s) { s.sampleType = static_cast<std::int32_t>(FourCC("dvsd")); }},
+        {"a cancel", 100, false, prsdk::exportReturn_Abort, -1, true, [](S s) { s.cancelAtReport = 3; }},
         // In order, so that no later report clears the abort word.
-        {"a host render error",
-         [](scripted::Script& s) {
-             s.failFrame = 4;
-             s.batch = 1;
-         },
-         60, false, 3, -1, true},
+        {"a host render error", 60, false, 3, -1, true, [](S s) { s.failFrame = 4, s.batch = 1; }},
         // The last frame fails after everything was requested: the run closes instead of waiting in Finish.
-        {"the last frame lost", [](scripted::Script& s) { s.failFrame = 3; }, 4, false, 3, 4, true},
+        {"the last frame lost", 4, false, 3, 4, true, [](S s) { s.failFrame = 3; }},
         // Frame 5 fails first in its batch (5, 4, 3); the reports of 3 and 4 answer 0 after it, which clears
         // the abort word, as the host intends: the run stops at the lost frame but returns 0.
-        {"a render error overtaken by reports",
-         [](scripted::Script& s) {
-             s.failFrame = 5;
-             s.batch = 3;
-         },
-         60, false, 0, -1, true},
+        {"a render error overtaken by reports", 60, false, 0, -1, true,
+         [](S s) { s.failFrame = 5, s.batch = 3; }},
         // Frames the codec cannot take (abort words 3 and 6): every pairing is in export_driver_tests.
     };
     const scripted::Script plain = script;
@@ -126,10 +110,10 @@ TEST_F(ExportRun, EveryFailureEndsWithTheResultTheHostExpects) {
         scripted::Record r;
         EXPECT_EQ(scripted::RunExport(script, 0, c.end, true, c.audio, &r), c.result);
         if (c.requested >= 0)
-            EXPECT_EQ(static_cast<int>(r.requestedTimes.size()), c.requested);
+            EXPECT_EQ(static_cast<int>(r.renders.size()), c.requested);
         else
-            EXPECT_LT(r.requestedTimes.size(), static_cast<std::size_t>(c.end));
-        EXPECT_EQ(r.completed.load(), static_cast<int>(r.requestedTimes.size())) << "every request drained";
+            EXPECT_LT(r.renders.size(), static_cast<std::size_t>(c.end));
+        EXPECT_EQ(r.completed.load(), static_cast<int>(r.renders.size())) << "every request drained";
         EXPECT_EQ(FileExists(), c.file);
         EXPECT_EQ(r.videoRenderersReleased, c.file ? 1 : 0)
             << "a run that never opened leaves them to the host";

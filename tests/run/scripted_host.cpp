@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 #include <deque>
+#include <map>
+#include <mutex>
 
 #include "platform/event.h"
 #include "platform/sleep.h"
@@ -44,34 +46,29 @@ struct Host {
     void* procRef = nullptr;
     std::deque<Request> queued;
     std::uint64_t lastQueuedMs = 0;
-    int audioCalls = 0;
+    int audioCalls = 0, reports = 0;
     bool stop = false;
-    int reports = 0;
     double phase[6] = {};
 };
 Host* gHost = nullptr;
 
 // --- broker ---
 const void* SuiteFor(const std::string& name);
+prsdk::SPErr Count(const char* name, prsdk::int32 version, int by) {
+    std::lock_guard<std::mutex> hold(gHost->mutex);
+    gHost->balance[std::string(name) + " v" + std::to_string(version)] += by;
+    return prsdk::kSPNoError;
+}
 prsdk::SPErr Acquire(const char* name, prsdk::int32 version, const void** suite) {
     *suite = SuiteFor(name);
-    if (!*suite)
-        return prsdk::kSPSuiteNotFoundError;
-    std::lock_guard<std::mutex> hold(gHost->mutex);
-    gHost->balance[std::string(name) + " v" + std::to_string(version)] += 1;
-    return prsdk::kSPNoError;
+    return *suite ? Count(name, version, 1) : prsdk::kSPSuiteNotFoundError;
 }
 prsdk::SPErr Release(const char* name, prsdk::int32 version) {
-    std::lock_guard<std::mutex> hold(gHost->mutex);
-    gHost->balance[std::string(name) + " v" + std::to_string(version)] -= 1;
-    return prsdk::kSPNoError;
+    return Count(name, version, -1);
 }
 prsdk::SPBasicSuite gBasic = {Acquire, Release, nullptr, nullptr, nullptr, nullptr, nullptr};
-prsdk::SPBasicSuite* GetBasic() {
-    return &gBasic;
-}
 
-// --- parameters: only the values the export reads ---
+// --- parameters (only the values the export reads), source size, time base, file path ---
 prSuiteError GetParamValue(csSDK_uint32, csSDK_int32, const char* id, prsdk::exParamValues* v) {
     const Script& s = *gHost->script;
     const std::string name = id;
@@ -113,51 +110,41 @@ prSuiteError SourceInfo(csSDK_uint32, prsdk::PrExportSourceInfoKey key, prsdk::P
 }
 prsdk::ExportInfoSuite gInfo = {SourceInfo};
 
-// --- time, file, PPix ---
-prSuiteError TicksPerSecond(prsdk::PrTime* t) {
-    *t = kTicksPerSecond;
-    return kOk;
-}
-prsdk::TimeSuite gTime = {TicksPerSecond, nullptr, nullptr};
+prsdk::TimeSuite gTime = {[](prsdk::PrTime* t) { return *t = kTicksPerSecond, kOk; }, nullptr, nullptr};
 
 prSuiteError PlatformPath(csSDK_uint32, csSDK_int32* length, prsdk::prUTF16Char* path) {
     const std::u16string wide = QVN::Utf8ToUtf16(gHost->script->path);
     if (*length < static_cast<csSDK_int32>(wide.size() + 1))
         return prsdk::suiteError_InvalidParms;
-    for (std::size_t i = 0; i < wide.size(); ++i)
-        path[i] = static_cast<prsdk::prUTF16Char>(wide[i]);
-    path[wide.size()] = 0;
+    std::copy(wide.c_str(), wide.c_str() + wide.size() + 1, path);
     return kOk;
 }
 prsdk::ExportFileSuite gFile = {nullptr, nullptr, nullptr, nullptr, PlatformPath};
 
-Frame* FrameOf(prsdk::PPixHand h) {
-    return reinterpret_cast<Frame*>(h);
-}
-prSuiteError Dispose(prsdk::PPixHand h) {
-    delete FrameOf(h);
-    return kOk;
+// --- PPix: frames handed over by their last row have negative row bytes ---
+Frame& FrameOf(prsdk::PPixHand h) {
+    return *reinterpret_cast<Frame*>(h);
 }
 prSuiteError Pixels(prsdk::PPixHand h, prsdk::int32, char** p) {
-    const Frame& f = *FrameOf(h);
+    Frame& f = FrameOf(h);
     const std::size_t last = static_cast<std::size_t>(f.height - 1) * static_cast<std::size_t>(f.rowBytes);
-    *p = reinterpret_cast<char*>(const_cast<unsigned char*>(f.pixels.data())) +
-         (gHost->script->lastRowFirst ? last : 0);
+    *p = reinterpret_cast<char*>(f.pixels.data()) + (gHost->script->lastRowFirst ? last : 0);
     return kOk;
 }
-prSuiteError Bounds(prsdk::PPixHand h, prsdk::prRect* r) {
-    *r = {0, 0, FrameOf(h)->width, FrameOf(h)->height};
-    return kOk;
-}
-prSuiteError RowBytes(prsdk::PPixHand h, csSDK_int32* n) {
-    *n = gHost->script->lastRowFirst ? -FrameOf(h)->rowBytes : FrameOf(h)->rowBytes;
-    return kOk;
-}
-prSuiteError Format(prsdk::PPixHand h, prsdk::PrPixelFormat* f) {
-    *f = FrameOf(h)->format;
-    return kOk;
-}
-prsdk::PPixSuite gPPix = {Dispose, Pixels, Bounds, RowBytes, nullptr, Format, nullptr, nullptr, nullptr};
+prsdk::PPixSuite gPPix = {
+    [](prsdk::PPixHand h) { return delete &FrameOf(h), kOk; },
+    Pixels,
+    [](prsdk::PPixHand h, prsdk::prRect* r) {
+        return *r = {0, 0, FrameOf(h).width, FrameOf(h).height}, kOk;
+    },
+    [](prsdk::PPixHand h, csSDK_int32* n) {
+        return *n = gHost->script->lastRowFirst ? -FrameOf(h).rowBytes : FrameOf(h).rowBytes, kOk;
+    },
+    nullptr,
+    [](prsdk::PPixHand h, prsdk::PrPixelFormat* f) { return *f = FrameOf(h).format, kOk; },
+    nullptr,
+    nullptr,
+    nullptr};
 
 // --- video renders: a host thread completes queued requests in batches, last first ---
 prSuiteError MakeVideoRenderer(csSDK_uint32, csSDK_uint32* id, prsdk::PrTime) {
@@ -167,10 +154,6 @@ prSuiteError MakeVideoRenderer(csSDK_uint32, csSDK_uint32* id, prsdk::PrTime) {
     gHost->record->videoRenderersMade += 1;
     return kOk;
 }
-prSuiteError ReleaseVideoRenderer(csSDK_uint32, csSDK_uint32) {
-    gHost->record->videoRenderersReleased += 1;
-    return kOk;
-}
 prSuiteError QueueRender(csSDK_uint32, prsdk::PrTime time, csSDK_uint32* request,
                          prsdk::SequenceRender_ParamsRec* params, prsdk::int32, void*) {
     std::lock_guard<std::mutex> hold(gHost->mutex);
@@ -178,49 +161,43 @@ prSuiteError QueueRender(csSDK_uint32, prsdk::PrTime time, csSDK_uint32* request
     gHost->record->calls.emplace_back('v', n);
     if (n == gHost->script->refuseRenderOf)
         return prsdk::suiteError_Fail;
-    RenderRequest asked{time, {}, *params};
-    asked.formats.assign(params->inRequestedPixelFormatArray,
-                         params->inRequestedPixelFormatArray + params->inRequestedPixelFormatArrayCount);
+    const prsdk::PrPixelFormat* formats = params->inRequestedPixelFormatArray;
+    RenderRequest asked{time, {formats, formats + params->inRequestedPixelFormatArrayCount}, *params};
     asked.params.inRequestedPixelFormatArray = nullptr;
     gHost->record->renders.push_back(asked);
-    gHost->record->requestedTimes.push_back(time);
-    const prsdk::PrPixelFormat format = gHost->script->deliveredFormat
-                                            ? gHost->script->deliveredFormat
-                                            : params->inRequestedPixelFormatArray[0];
+    const prsdk::PrPixelFormat format =
+        gHost->script->deliveredFormat ? gHost->script->deliveredFormat : formats[0];
     gHost->queued.push_back({time, format, params->inWidth, params->inHeight});
     gHost->lastQueuedMs = QVN::MonotonicMs();
-    *request = static_cast<csSDK_uint32>(gHost->record->requestedTimes.size());
+    *request = static_cast<csSDK_uint32>(gHost->record->renders.size());
     return kOk;
 }
 prSuiteError SetCompletion(csSDK_uint32, prsdk::PrSDKSequenceAsyncRenderCompletionProc proc, void* ref) {
-    gHost->proc = proc;
-    gHost->procRef = ref;
-    return kOk;
+    return gHost->proc = proc, gHost->procRef = ref, kOk;
 }
-prsdk::SequenceRenderSuite gRender = {MakeVideoRenderer,
-                                      ReleaseVideoRenderer,
-                                      nullptr,
-                                      QueueRender,
-                                      SetCompletion,
-                                      nullptr,
-                                      nullptr,
-                                      nullptr,
-                                      nullptr};
+prsdk::SequenceRenderSuite gRender = {
+    MakeVideoRenderer,
+    [](csSDK_uint32, csSDK_uint32) { return gHost->record->videoRenderersReleased += 1, kOk; },
+    nullptr,
+    QueueRender,
+    SetCompletion,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr};
 
 void Complete(const Request& r) {
-    const Script& s = *gHost->script;
-    const auto n = static_cast<std::int32_t>(r.time / s.ticksPerFrame);
+    const auto n = static_cast<std::int32_t>(r.time / gHost->script->ticksPerFrame);
     prsdk::SequenceRender_GetFrameReturnRec ret{};
-    prsdk::PPixHand handle = nullptr;
-    if (n == s.failFrame) {
+    Frame* f = nullptr;
+    if (n == gHost->script->failFrame) {
         ret.returnVal = prsdk::suiteError_Fail;
     } else {
-        auto* f = new Frame{{}, r.width, r.height, 0, r.format};
+        f = new Frame{{}, r.width, r.height, 0, r.format};
         f->pixels = FramePixels(n, r.format, r.width, r.height, &f->rowBytes);
-        handle = reinterpret_cast<prsdk::PPixHand>(f);
-        ret.outFrame = handle;
+        ret.outFrame = reinterpret_cast<prsdk::PPixHand>(f);
     }
-    gHost->proc(77, gHost->procRef, r.time, handle, &ret);
+    gHost->proc(77, gHost->procRef, r.time, reinterpret_cast<prsdk::PPixHand>(f), &ret);
     gHost->record->completed.fetch_add(1);
 }
 
@@ -229,19 +206,18 @@ std::uint32_t Completer(void*) {
         std::vector<Request> batch;
         {
             std::lock_guard<std::mutex> hold(gHost->mutex);
-            if (gHost->stop && gHost->queued.empty())
+            std::deque<Request>& queued = gHost->queued;
+            if (gHost->stop && queued.empty())
                 return 0;
-            const bool full = gHost->queued.size() >= gHost->script->batch;
-            const bool quiet = !gHost->queued.empty() && QVN::MonotonicMs() - gHost->lastQueuedMs > 30;
-            if (full || quiet) {
-                const std::size_t n = std::min(gHost->queued.size(), gHost->script->batch);
-                batch.assign(gHost->queued.begin(), gHost->queued.begin() + static_cast<std::ptrdiff_t>(n));
-                gHost->queued.erase(gHost->queued.begin(),
-                                    gHost->queued.begin() + static_cast<std::ptrdiff_t>(n));
+            const bool quiet = !queued.empty() && QVN::MonotonicMs() - gHost->lastQueuedMs > 30;
+            if (queued.size() >= gHost->script->batch || quiet) {
+                const auto end = queued.begin() +
+                                 static_cast<std::ptrdiff_t>(std::min(queued.size(), gHost->script->batch));
+                batch.assign(queued.begin(), end);
+                queued.erase(queued.begin(), end);
             }
         }
-        for (auto it = batch.rbegin(); it != batch.rend(); ++it)
-            Complete(*it);
+        std::for_each(batch.rbegin(), batch.rend(), Complete);
         if (batch.empty())
             QVN::SleepMs(2);
     }
@@ -251,15 +227,8 @@ std::uint32_t Completer(void*) {
 prSuiteError MakeAudioRenderer(csSDK_uint32, prsdk::PrTime, prsdk::PrAudioChannelType,
                                prsdk::PrAudioSampleType, float rate, csSDK_uint32* id) {
     gHost->record->audioRendererRate = rate;
-    if (gHost->script->refuseAudioRenderer)
-        return prsdk::suiteError_Fail;
     *id = 5;
-    gHost->record->audioRenderersMade += 1;
-    return kOk;
-}
-prSuiteError ReleaseAudioRenderer(csSDK_uint32, csSDK_uint32) {
-    gHost->record->audioRenderersReleased += 1;
-    return kOk;
+    return gHost->script->refuseAudioRenderer ? prsdk::suiteError_Fail : kOk;
 }
 prSuiteError GetAudio(csSDK_uint32, csSDK_uint32 frames, float** buffers, char) {
     if (frames > static_cast<csSDK_uint32>(gHost->script->maxBlip))
@@ -273,34 +242,27 @@ prSuiteError GetAudio(csSDK_uint32, csSDK_uint32 frames, float** buffers, char) 
     gHost->record->audioBlocks.push_back(frames);
     const int channels = gHost->script->channelType == 3 ? 6 : gHost->script->channelType;
     for (int c = 0; c < channels; ++c)
-        for (csSDK_uint32 i = 0; i < frames; ++i) {
+        for (csSDK_uint32 i = 0; i < frames; ++i, gHost->phase[c] += 0.01 * (c + 1))
             buffers[c][i] = static_cast<float>(0.5 * std::sin(gHost->phase[c]));
-            gHost->phase[c] += 0.01 * (c + 1);
-        }
     return kOk;
 }
-prSuiteError ResetAudio(csSDK_uint32) {
-    return gHost->script->refuseAudioReset ? prsdk::suiteError_InvalidCall : kOk;
-}
-prSuiteError MaxBlip(csSDK_uint32, prsdk::PrTime, csSDK_int32* n) {
-    *n = gHost->script->maxBlip;
-    return gHost->script->refuseMaxBlip ? prsdk::suiteError_NotImplemented : kOk;
-}
-prsdk::SequenceAudioSuite gSequenceAudio = {MakeAudioRenderer, ReleaseAudioRenderer, GetAudio, ResetAudio,
-                                            MaxBlip};
+prsdk::SequenceAudioSuite gSequenceAudio = {
+    MakeAudioRenderer,
+    [](csSDK_uint32, csSDK_uint32) { return gHost->record->audioRenderersReleased += 1, kOk; }, GetAudio,
+    [](csSDK_uint32) { return gHost->script->refuseAudioReset ? prsdk::suiteError_InvalidCall : kOk; },
+    [](csSDK_uint32, prsdk::PrTime, csSDK_int32* n) {
+        return *n = gHost->script->maxBlip,
+               gHost->script->refuseMaxBlip ? prsdk::suiteError_NotImplemented : kOk;
+    }};
 
 prSuiteError To16(float** src, short* dst, csSDK_uint32 channels, csSDK_uint32 frames) {
-    for (csSDK_uint32 i = 0; i < frames; ++i)
-        for (csSDK_uint32 c = 0; c < channels; ++c)
-            dst[i * channels + c] = static_cast<short>(src[c][i] * 32767.0f);
+    for (csSDK_uint32 i = 0; i < frames * channels; ++i)
+        dst[i] = static_cast<short>(src[i % channels][i / channels] * 32767.0f);
     return kOk;
 }
 prsdk::AudioSuite gAudio = {nullptr, To16, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
 
 // --- progress ---
-prSuiteError ProgressText(csSDK_uint32, const prsdk::prUTF16Char*) {
-    return kOk;
-}
 prSuiteError Progress(csSDK_uint32, float fraction) {
     std::lock_guard<std::mutex> hold(gHost->mutex);
     gHost->record->progress.push_back(fraction);
@@ -308,21 +270,16 @@ prSuiteError Progress(csSDK_uint32, float fraction) {
     // Once the user has cancelled, every later report answers "abort" too, as the host's dialog does.
     if (gHost->script->cancelAtReport >= 0 && n >= gHost->script->cancelAtReport)
         return prsdk::exportReturn_Abort;
-    if (n == gHost->script->suspendAtReport)
-        return prsdk::suiteError_ExporterSuspended;
-    return kOk;
+    return n == gHost->script->suspendAtReport ? prsdk::suiteError_ExporterSuspended : kOk;
 }
-prSuiteError Resume(csSDK_uint32) {
-    gHost->record->waitForResume.fetch_add(1);
-    QVN::SleepMs(5);
-    return kOk;
-}
-prsdk::ExportProgressSuite gProgress = {ProgressText, Progress, nullptr, Resume};
+prsdk::ExportProgressSuite gProgress = {
+    [](csSDK_uint32, const prsdk::prUTF16Char*) { return kOk; }, Progress, nullptr,
+    [](csSDK_uint32) { return gHost->record->waitForResume.fetch_add(1), QVN::SleepMs(5), kOk; }};
 
 // --- DVCPRO compression: records which frame it was given (FramePixels puts the number first) and how ---
 std::int32_t FrameNumberOf(const void* pixels) {
     std::int32_t n = 0;
-    std::memcpy(&n, pixels, sizeof n); // FramePixels puts it first
+    std::memcpy(&n, pixels, sizeof n);
     return n;
 }
 prSuiteError ScaleConvert(prsdk::PrPixelFormat, csSDK_uint32, csSDK_uint32, csSDK_int32, prsdk::int32,
@@ -344,26 +301,16 @@ prsdk::ImageProcessingSuite gImage = {nullptr, nullptr, nullptr, nullptr, ScaleC
 unsigned char gUnused[256] = {};
 
 const void* SuiteFor(const std::string& name) {
-    if (name == prsdk::kExportParamSuite)
-        return &gParams;
-    if (name == prsdk::kTimeSuite)
-        return &gTime;
-    if (name == prsdk::kExportFileSuite)
-        return &gFile;
-    if (name == prsdk::kPPixSuite)
-        return &gPPix;
-    if (name == prsdk::kSequenceRenderSuite)
-        return &gRender;
-    if (name == prsdk::kSequenceAudioSuite)
-        return &gSequenceAudio;
-    if (name == prsdk::kAudioSuite)
-        return &gAudio;
-    if (name == prsdk::kExportProgressSuite)
-        return &gProgress;
-    if (name == prsdk::kExportInfoSuite)
-        return &gInfo;
-    if (name == prsdk::kImageProcessingSuite)
-        return &gImage;
+    const std::pair<const char*, const void*> suites[] = {
+        {prsdk::kExportParamSuite, &gParams},    {prsdk::kTimeSuite, &gTime},
+        {prsdk::kExportFileSuite, &gFile},       {prsdk::kPPixSuite, &gPPix},
+        {prsdk::kSequenceRenderSuite, &gRender}, {prsdk::kSequenceAudioSuite, &gSequenceAudio},
+        {prsdk::kAudioSuite, &gAudio},           {prsdk::kExportProgressSuite, &gProgress},
+        {prsdk::kExportInfoSuite, &gInfo},       {prsdk::kImageProcessingSuite, &gImage}};
+    for (const auto& [suiteName, suite] : suites) {
+        if (name == suiteName)
+            return suite;
+    }
     return gUnused;
 }
 
@@ -383,15 +330,14 @@ std::vector<unsigned char> FramePixels(std::int32_t n, prsdk::PrPixelFormat form
             pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(*rowBytes);
         for (std::int32_t i = 0; i < *rowBytes / (pixelBytes / 4); ++i) {
             const auto level = static_cast<std::uint32_t>((n * 37 + y * 11 + i * 5) % 256);
-            if (deep) {
-                const float f = static_cast<float>(level) / 255.0f;
+            const float f = static_cast<float>(level) / 255.0f;
+            const auto w = static_cast<std::uint16_t>(level * 128);
+            if (deep)
                 std::memcpy(row + 4 * i, &f, 4);
-            } else if (wide) {
-                const auto w = static_cast<std::uint16_t>(level * 128);
+            else if (wide)
                 std::memcpy(row + 2 * i, &w, 2);
-            } else {
+            else
                 row[i] = static_cast<unsigned char>(level);
-            }
         }
     }
     std::memcpy(pixels.data(), &n, sizeof n); // the host's compression reads it back
@@ -409,11 +355,9 @@ prsdk::int32 RunExport(const Script& script, std::int32_t firstFrame, std::int32
     host.script = &script;
     host.record = record;
     gHost = &host;
-    prsdk::exportStdParms std{prsdk::EXPORTMOD_VERSION_CS5, GetBasic};
-
+    prsdk::exportStdParms std{prsdk::EXPORTMOD_VERSION_CS5, [] { return &gBasic; }};
     QVN::CThread completer;
     completer.Start(Completer, nullptr);
-
     prsdk::exExporterInstanceRec instance{};
     instance.exporterPluginID = 9;
     prsdk::int32 result = xSDKExport(prsdk::exSelBeginInstance, &std, &instance, nullptr);

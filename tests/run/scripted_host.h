@@ -6,8 +6,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -18,18 +16,13 @@ namespace scripted {
 inline constexpr std::int64_t kTicksPerSecond = 254016000000LL;
 
 struct Script {
-    // Settings the parameters answer.
+    // Settings the parameters answer, and the source size the Export Info Suite reports.
     std::uint32_t codec = 0;
-    std::int32_t width = 64;
-    std::int32_t height = 8;
+    std::int32_t width = 64, height = 8;
     std::int64_t ticksPerFrame = kTicksPerSecond / 25;
-    std::int32_t fieldType = 0;
-    std::int32_t aspectNumerator = 1;
-    std::int32_t aspectDenominator = 1;
-    std::int32_t sourceWidth = 0; // what the Export Info Suite reports for the source
-    std::int32_t sourceHeight = 0;
-    std::int32_t channelType = 2;
-    std::int32_t sampleType = 3;
+    std::int32_t fieldType = 0, aspectNumerator = 1, aspectDenominator = 1;
+    std::int32_t sourceWidth = 0, sourceHeight = 0;
+    std::int32_t channelType = 2, sampleType = 3;
     double sampleRate = 48000.0;
     std::string path;
     // Behaviour.
@@ -40,15 +33,13 @@ struct Script {
     std::int32_t cancelAtReport = -1;  // from the n-th progress report (0-based) on: "abort"
     std::int32_t suspendAtReport = -1; // the n-th progress report answers "suspended"
     std::int32_t refuseRenderOf = -1;  // the request for this frame is refused
-    bool refuseVideoRenderer = false;
-    bool refuseAudioRenderer = false;
-    bool refuseAudioReset = false;
+    bool refuseVideoRenderer = false, refuseAudioRenderer = false, refuseAudioReset = false;
     bool refuseMaxBlip = false;
     std::int32_t failAudioCall = -1; // this GetAudio call (0-based) fails
     std::int32_t maxBlip = 1000;
 };
 
-// What one render request asked for.
+// What one granted render request asked for.
 struct RenderRequest {
     std::int64_t time;
     std::vector<prsdk::PrPixelFormat> formats; // as many as the count says
@@ -61,7 +52,6 @@ std::vector<unsigned char> FramePixels(std::int32_t n, prsdk::PrPixelFormat form
                                        std::int32_t height, std::int32_t* rowBytes);
 
 struct Record {
-    std::vector<std::int64_t> requestedTimes;
     std::vector<RenderRequest> renders;
     // In the order the host saw them: {'v', frame} for a render request, {'a', samples} for a GetAudio.
     std::vector<std::pair<char, std::int64_t>> calls;
@@ -69,13 +59,9 @@ struct Record {
     std::vector<std::int32_t> dvScaled;                          // frames of the other DVCPRO compressions
     float audioRendererRate = 0.0f;
     std::vector<float> progress;
-    std::atomic<int> completed{0};
-    std::atomic<int> waitForResume{0};
+    std::atomic<int> completed{0}, waitForResume{0};
     std::vector<std::uint32_t> audioBlocks; // frames per GetAudio
-    int videoRenderersMade = 0;
-    int videoRenderersReleased = 0;
-    int audioRenderersMade = 0;
-    int audioRenderersReleased = 0;
+    int videoRenderersMade = 0, videoRenderersReleased = 0, audioRenderersReleased = 0;
     std::vector<std::string> outstandingSuites;
 };
 

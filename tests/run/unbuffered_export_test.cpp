@@ -78,19 +78,16 @@ TEST(UnbufferedExport, EveryVideoPayloadGoesThroughTheDirectDescriptorOpenedCrea
     script.height = 240;
     script.path = "qvn_unbuffered_" + std::to_string(getpid()) + ".avi";
     scripted::Record record;
-    {
+    const auto recording = [](bool on) {
         std::lock_guard<std::mutex> hold(gMutex);
-        gRecording = true;
-    }
+        gRecording = on;
+    };
+    recording(true);
     ASSERT_EQ(scripted::RunExport(script, 0, 12, true, true, &record), 0);
-    {
-        std::lock_guard<std::mutex> hold(gMutex);
-        gRecording = false;
-    }
+    recording(false);
     std::ifstream in(script.path, std::ios::binary);
     const std::vector<char> b{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     QVN::DeleteFileUtf8(script.path.c_str());
-
     // The video payloads, from the file's idx1 (absolute chunk header positions).
     std::uint64_t at = 12;
     while (at + 8 <= b.size() && U32(b, at) != QVN::FourCC("idx1"))
@@ -102,20 +99,16 @@ TEST(UnbufferedExport, EveryVideoPayloadGoesThroughTheDirectDescriptorOpenedCrea
             payloads.emplace_back(U32(b, e + 8) + 8, U32(b, e + 12));
     }
     ASSERT_EQ(payloads.size(), 12u);
-
-    int directFd = -1;
-    for (const auto& [fd, flags] : gOpenFlags) {
-        if (flags & O_DIRECT)
-            directFd = fd;
-    }
+    const auto direct =
+        std::find_if(gOpenFlags.begin(), gOpenFlags.end(), [](auto& f) { return f.second & O_DIRECT; });
+    const int directFd = direct == gOpenFlags.end() ? -1 : direct->first;
     ASSERT_NE(directFd, -1) << "no descriptor was opened for direct I/O";
     EXPECT_EQ(gOpenFlags[directFd] & (O_CREAT | O_TRUNC), O_CREAT | O_TRUNC) << "opened create-always";
     for (const auto& [start, size] : payloads) {
         std::uint64_t covered = start; // direct writes are block-aligned and in order within a payload
         for (const Write& w : gWrites) {
-            const bool overlaps = w.at < start + size && start < w.at + w.size;
-            if (!overlaps)
-                continue;
+            if (w.at >= start + size || start >= w.at + w.size)
+                continue; // no overlap
             EXPECT_TRUE(w.fd == directFd && w.direct)
                 << "payload at " << start << " written through " << w.fd;
             if (w.at <= covered && w.at + w.size > covered)

@@ -60,8 +60,7 @@ TEST(VideoFormat, BitCountCompressionAndPaddedRowSizesByCodec) {
         const char* code;
         std::int32_t w, h;
         std::uint16_t bits;
-        std::uint32_t compression;
-        std::uint32_t size;
+        std::uint32_t compression, size;
     };
     const Case cases[] = {
         {"v210", 1920, 1080, 20, FourCC("v210"), 40 * 128 * 1080}, // 1920 = 40 groups of 48
@@ -83,14 +82,15 @@ TEST(VideoFormat, BitCountCompressionAndPaddedRowSizesByCodec) {
         {"dvn5", 720, 480, 0, FourCC("dvn5"), 0},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.code << " " << c.w << "x" << c.h);
         const BITMAPINFOHEADER f = QVN::BuildVideoFormat(Code(c.code), c.w, c.h);
-        EXPECT_EQ(f.biSize, 40u) << c.code;
-        EXPECT_EQ(f.biWidth, c.w) << c.code;
-        EXPECT_EQ(f.biHeight, c.h) << c.code;
-        EXPECT_EQ(f.biPlanes, 1) << c.code;
-        EXPECT_EQ(f.biBitCount, c.bits) << c.code;
-        EXPECT_EQ(f.biCompression, c.compression) << c.code;
-        EXPECT_EQ(f.biSizeImage, c.size) << c.code << " " << c.w << "x" << c.h;
+        EXPECT_EQ(f.biSize, 40u);
+        EXPECT_EQ(f.biWidth, c.w);
+        EXPECT_EQ(f.biHeight, c.h);
+        EXPECT_EQ(f.biPlanes, 1);
+        EXPECT_EQ(f.biBitCount, c.bits);
+        EXPECT_EQ(f.biCompression, c.compression);
+        EXPECT_EQ(f.biSizeImage, c.size);
         EXPECT_EQ(f.biXPelsPerMeter | f.biYPelsPerMeter | static_cast<LONG>(f.biClrUsed | f.biClrImportant),
                   0);
     }
@@ -140,17 +140,17 @@ TEST(EncoderChoice, DvcproIsStoredAsHostCompressedFramesAndTheGraphCodesGoWhereT
     auto wide = QVN::ChooseEncoder(FourCC("v210"), 720, 576, 1024);
     EXPECT_EQ(wide.mode, 4u) << "PAL wide (1024/702) shifts frames in the graph";
     EXPECT_EQ(QVN::ChooseEncoder(FourCC("v210"), 720, 576, 768).mode, 1u) << "768 is not above 768";
-
     for (const char* code : {"MJPG", "dvsd"}) {
         auto choice = QVN::ChooseEncoder(Code(code), 720, 480, 10);
-        EXPECT_EQ(choice.input.biCompression, 0u) << code << ": the compressor takes 32-bit frames";
+        SCOPED_TRACE(code);
+        EXPECT_EQ(choice.input.biCompression, 0u) << "the compressor takes 32-bit frames";
         EXPECT_EQ(choice.input.biBitCount, 32);
         EXPECT_EQ(choice.input.biSizeImage, 720u * 480 * 4);
         EXPECT_EQ(choice.output.biSizeImage, 720u * 480 * 4);
         EXPECT_EQ(choice.output.biCompression, Code(code));
 #ifndef _WIN32
         // Without a graph they fail cleanly when the run starts the encoder.
-        ASSERT_NE(dynamic_cast<QVN::CUnavailableEncoder*>(choice.encoder.get()), nullptr) << code;
+        ASSERT_NE(dynamic_cast<QVN::CUnavailableEncoder*>(choice.encoder.get()), nullptr);
         EXPECT_EQ(choice.encoder->Initialise(&choice.input, &choice.output, 1, 25, 1, 30, 1, nullptr), 99u);
 #endif
     }

@@ -3,14 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,7 +22,7 @@
 namespace qvnhost {
 namespace {
 
-const std::string kDir = QVN_TEST_DIR;
+const std::string kDir = QVN_TEST_DIR, kHost = QVN_TEST_QVNHOST, kFfmpeg = QVN_TEST_FFMPEG;
 
 // CTest runs the cases of this program as separate processes, side by side: each keeps its scratch files
 // under its own name.
@@ -44,6 +43,9 @@ int Shell(const std::string& command, std::string* out = nullptr) {
         *out = Slurp(file);
     return status;
 }
+std::string Errors() {
+    return Slurp(Scratch("command.err"));
+}
 
 std::string Probe(const std::string& file, const std::string& stream, const std::string& entries) {
     std::string out;
@@ -53,13 +55,16 @@ std::string Probe(const std::string& file, const std::string& stream, const std:
     return out;
 }
 
+// ffmpeg's decoding of a file as raw bytes of the given format.
+std::string Decoded(const std::string& file, const std::string& format) {
+    const std::string raw = Scratch("decoded");
+    EXPECT_EQ(Shell(kFfmpeg + " -v error -y -i " + file + " " + format + " " + raw), 0);
+    return Slurp(raw);
+}
+
 // The stamps of every decoded frame, in decoding order.
 std::vector<std::int64_t> Stamps(const std::string& file, int w, int h) {
-    const std::string raw = Scratch("frames.gray");
-    EXPECT_EQ(
-        Shell(std::string(QVN_TEST_FFMPEG) + " -v error -y -i " + file + " -f rawvideo -pix_fmt gray " + raw),
-        0);
-    const std::string bytes = Slurp(raw);
+    const std::string bytes = Decoded(file, "-f rawvideo -pix_fmt gray");
     std::vector<std::int64_t> stamps;
     const std::size_t size = static_cast<std::size_t>(w) * static_cast<std::size_t>(h);
     for (std::size_t at = 0; at + size <= bytes.size(); at += size)
@@ -67,56 +72,31 @@ std::vector<std::int64_t> Stamps(const std::string& file, int w, int h) {
     return stamps;
 }
 
-// Each channel's zero crossings per second, from the decoded samples as 32-bit floats.
-std::vector<double> CrossingsPerSecond(const std::string& file, int channels, double rate) {
-    const std::string raw = Scratch("audio.f32");
-    EXPECT_EQ(Shell(std::string(QVN_TEST_FFMPEG) + " -v error -y -i " + file + " -vn -f f32le " + raw), 0);
-    const std::string bytes = Slurp(raw);
-    const std::size_t frames = bytes.size() / (4 * static_cast<std::size_t>(channels));
-    std::vector<double> result(static_cast<std::size_t>(channels));
-    for (int c = 0; c < channels; ++c) {
-        int crossings = 0;
-        float previous = 0;
-        for (std::size_t i = 0; i < frames; ++i) {
-            float v;
-            std::memcpy(
-                &v, bytes.data() + (i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(c)) * 4,
-                4);
-            if (i > 0 && (previous < 0) != (v < 0))
-                ++crossings;
-            previous = v;
-        }
-        result[static_cast<std::size_t>(c)] = crossings * rate / static_cast<double>(frames);
-    }
-    return result;
+std::vector<std::int64_t> Range(std::int64_t first, std::int64_t count) {
+    std::vector<std::int64_t> v(static_cast<std::size_t>(count));
+    std::iota(v.begin(), v.end(), first);
+    return v;
 }
 
 std::string Export(const std::string& name, const std::string& options) {
     const std::string file = kDir + "/" + name + ".avi";
-    const int status = Shell(std::string(QVN_TEST_QVNHOST) + " export --out " + file + " " + options);
-    EXPECT_EQ(status, 0) << options << "\n" << Slurp(Scratch("command.err"));
+    EXPECT_EQ(Shell(kHost + " export --out " + file + " " + options), 0) << options << "\n" << Errors();
     return file;
 }
 
-std::vector<std::int64_t> Range(std::int64_t first, std::int64_t count) {
-    std::vector<std::int64_t> v;
-    for (std::int64_t i = 0; i < count; ++i)
-        v.push_back(first + i);
-    return v;
+// Every "key=value" must be among ffprobe's lines.
+void ExpectProbed(const std::string& probe, const std::vector<std::string>& lines) {
+    for (const std::string& line : lines)
+        EXPECT_NE(probe.find(line + "\n"), std::string::npos) << line << " not in\n" << probe;
 }
 
-struct VideoCase {
-    const char* name;
-    const char* options;
-    const char* codec; // as ffprobe names it
-    int width;
-    int height;
-    std::int64_t first;
-    std::int64_t count;
-};
-
 TEST(ExportEndToEnd, EveryFrameOfEachCodecDecodesInOrder) {
-    const VideoCase cases[] = {
+    struct Case {
+        const char *name, *options, *codec; // the codec as ffprobe names it
+        int width, height;
+        std::int64_t first, count;
+    };
+    const Case cases[] = {
         // Longer than one chunk, eight threads, deep frames with padded, misaligned rows.
         {"v210", "--codec v210 --size 256x144 --frames 45 --threads 8 --row-padding 32 --unaligned --seed 3",
          "v210", 256, 144, 0, 45},
@@ -131,27 +111,25 @@ TEST(ExportEndToEnd, EveryFrameOfEachCodecDecodesInOrder) {
         {"dvp1", "--codec dvp1 --frames 4", "dvvideo", 1440, 1080, 0, 4},
         {"dvn7", "--codec dvn7 --frames 6 --start-frame 1", "dvvideo", 960, 720, 1, 6},
     };
-    for (const VideoCase& c : cases) {
+    for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         const std::string file = Export(c.name, std::string(c.options) + " --audio none");
-        const std::string probe = Probe(file, "v:0", "codec_name,width,height,nb_read_packets");
-        EXPECT_NE(probe.find("codec_name=" + std::string(c.codec) + "\n"), std::string::npos) << probe;
-        EXPECT_NE(probe.find("width=" + std::to_string(c.width) + "\n"), std::string::npos) << probe;
-        EXPECT_NE(probe.find("nb_read_packets=" + std::to_string(c.count) + "\n"), std::string::npos)
-            << probe;
+        ExpectProbed(Probe(file, "v:0", "codec_name,width,height,nb_read_packets"),
+                     {"codec_name=" + std::string(c.codec), "width=" + std::to_string(c.width),
+                      "nb_read_packets=" + std::to_string(c.count)});
         EXPECT_EQ(Stamps(file, c.width, c.height), Range(c.first, c.count));
     }
 }
 
 TEST(ExportEndToEnd, AudioSampleCountsAndTonesPerChannel) {
-    struct AudioCase {
+    struct Case {
         const char* options;
         int channels;
         const char* codec;
-        std::int64_t samples;
+        std::size_t samples;
         int rate;
     };
-    const AudioCase cases[] = {
+    const Case cases[] = {
         // 31 NTSC frames at 48 kHz: one chunk of 30 frames (48048 sample frames), then one frame, which the
         // exporter's carried rounding makes 1602: 49650.
         {"--audio stereo --sample-type 16 --rate 29.97 --frames 31", 2, "pcm_s16le", 49650, 48000},
@@ -166,85 +144,71 @@ TEST(ExportEndToEnd, AudioSampleCountsAndTonesPerChannel) {
          441441, 44100},
     };
     int n = 0;
-    for (const AudioCase& c : cases) {
+    for (const Case& c : cases) {
         SCOPED_TRACE(c.options);
         const std::string file =
             Export("audio" + std::to_string(n++), std::string("--codec UYVY --size 64x48 ") + c.options);
-        const std::string probe =
-            Probe(file, "a:0", "codec_name,channels,sample_rate,nb_read_packets,duration_ts");
-        EXPECT_NE(probe.find("codec_name=" + std::string(c.codec) + "\n"), std::string::npos) << probe;
-        EXPECT_NE(probe.find("channels=" + std::to_string(c.channels) + "\n"), std::string::npos) << probe;
-        EXPECT_NE(probe.find("sample_rate=" + std::to_string(c.rate) + "\n"), std::string::npos) << probe;
-        std::string out;
-        Shell(std::string(QVN_TEST_FFMPEG) + " -v error -i " + file + " -vn -f s16le - | wc -c", &out);
-        const std::int64_t samples = std::atoll(out.c_str()) / (2 * c.channels);
-        EXPECT_EQ(samples, c.samples);
-        const std::vector<double> tones = CrossingsPerSecond(file, c.channels, c.rate);
-        for (int ch = 0; ch < c.channels; ++ch)
-            EXPECT_NEAR(tones[static_cast<std::size_t>(ch)], 2.0 * ToneFrequency(ch),
-                        2.0 * ToneFrequency(ch) * 0.02)
+        ExpectProbed(Probe(file, "a:0", "codec_name,channels,sample_rate,nb_read_packets,duration_ts"),
+                     {"codec_name=" + std::string(c.codec), "channels=" + std::to_string(c.channels),
+                      "sample_rate=" + std::to_string(c.rate)});
+        // Each channel's zero crossings per second, from the samples decoded as 32-bit floats.
+        const std::string bytes = Decoded(file, "-vn -f f32le");
+        const std::size_t frames = bytes.size() / (4 * static_cast<std::size_t>(c.channels));
+        EXPECT_EQ(frames, c.samples);
+        for (int ch = 0; ch < c.channels; ++ch) {
+            int crossings = 0;
+            float previous = 0, v = 0;
+            for (std::size_t i = 0; i < frames; ++i, previous = v) {
+                std::memcpy(&v,
+                            bytes.data() +
+                                (i * static_cast<std::size_t>(c.channels) + static_cast<std::size_t>(ch)) * 4,
+                            4);
+                crossings += i > 0 && (previous < 0) != (v < 0);
+            }
+            const double expected = 2.0 * ToneFrequency(ch);
+            EXPECT_NEAR(crossings * c.rate / static_cast<double>(frames), expected, expected * 0.02)
                 << "channel " << ch;
+        }
     }
 }
 
 TEST(ExportEndToEnd, EveryCodecAtEachRateItOffers) {
-    struct Rate {
-        const char* option;
-        const char* avi; // the file's rate as ffprobe reports it (avg_frame_rate: the container's rate; the
-                         // decoder's guess follows the DV payload, which for "dvp7" is a 50 Hz one)
-    };
-    const Rate all[] = {{"23.976", "24000/1001"}, {"24", "24/1"}, {"25", "25/1"},
-                        {"29.97", "30000/1001"},  {"30", "30/1"}, {"50", "50/1"},
-                        {"59.94", "60000/1001"},  {"60", "60/1"}};
-    struct CodecRates {
-        const char* codec;
-        const char* options;
-        std::vector<const char*> rates;
-    };
-    const CodecRates codecs[] = {
-        {"UYVY", "--size 96x54", {"23.976", "24", "25", "29.97", "30", "50", "59.94", "60"}},
-        {"HDYC", "--size 96x54", {"23.976", "24", "25", "29.97", "30", "50", "59.94", "60"}},
-        {"v210", "--size 96x54", {"23.976", "24", "25", "29.97", "30", "50", "59.94", "60"}},
-        {"r210", "--size 96x54", {"23.976", "24", "25", "29.97", "30", "50", "59.94", "60"}},
-        {"dvn1", "", {"23.976", "29.97"}},
-        {"dvp1", "", {"25"}},
-        {"dvn7", "", {"59.94"}},
-        {"dvp7", "", {"59.94"}},
-        {"dvn5", "", {"29.97"}},
-        {"dvp5", "", {"25"}},
-    };
-    for (const CodecRates& c : codecs) {
-        for (const char* rate : c.rates) {
-            SCOPED_TRACE(std::string(c.codec) + " at " + rate);
-            const std::string file = Export(std::string("rate_") + c.codec + "_" + rate,
-                                            std::string("--codec ") + c.codec + " " + c.options + " --rate " +
-                                                rate + " --frames 3 --audio stereo");
-            const std::string probe = Probe(file, "v:0", "avg_frame_rate,nb_read_packets");
-            const auto match = std::find_if(std::begin(all), std::end(all),
-                                            [&](const Rate& r) { return std::string(r.option) == rate; });
-            ASSERT_NE(match, std::end(all));
-            EXPECT_NE(probe.find("avg_frame_rate=" + std::string(match->avi) + "\n"), std::string::npos)
-                << probe;
-            EXPECT_NE(probe.find("nb_read_packets=3\n"), std::string::npos) << probe;
-            EXPECT_EQ(Shell(std::string(QVN_TEST_FFMPEG) + " -v error -i " + file + " -f null -"), 0);
+    // The file's rate as ffprobe reports it (avg_frame_rate: the container's rate; the decoder's guess
+    // follows the DV payload, which for "dvp7" is a 50 Hz one).
+    const std::map<std::string, std::string> avi = {{"23.976", "24000/1001"}, {"24", "24/1"}, {"25", "25/1"},
+                                                    {"29.97", "30000/1001"},  {"30", "30/1"}, {"50", "50/1"},
+                                                    {"59.94", "60000/1001"},  {"60", "60/1"}};
+    const std::vector<std::string> all = {"23.976", "24", "25", "29.97", "30", "50", "59.94", "60"};
+    const std::pair<std::string, std::vector<std::string>> codecs[] = {
+        {"UYVY --size 96x54", all},    {"HDYC --size 96x54", all},
+        {"v210 --size 96x54", all},    {"r210 --size 96x54", all},
+        {"dvn1", {"23.976", "29.97"}}, {"dvp1", {"25"}},
+        {"dvn7", {"59.94"}},           {"dvp7", {"59.94"}},
+        {"dvn5", {"29.97"}},           {"dvp5", {"25"}}};
+    for (const auto& [codec, rates] : codecs) {
+        for (const std::string& rate : rates) {
+            SCOPED_TRACE(codec + " at " + rate);
+            const std::string file =
+                Export("rate_" + codec.substr(0, 4) + "_" + rate,
+                       "--codec " + codec + " --rate " + rate + " --frames 3 --audio stereo");
+            ExpectProbed(Probe(file, "v:0", "avg_frame_rate,nb_read_packets"),
+                         {"avg_frame_rate=" + avi.at(rate), "nb_read_packets=3"});
+            EXPECT_EQ(Shell(kFfmpeg + " -v error -i " + file + " -f null -"), 0);
             std::remove(file.c_str());
         }
     }
 }
 
 TEST(ExportEndToEnd, DecodedPicturesMatchTheSourceInEveryCodec) {
-    // ffmpeg's colour bars piped in, exported, decoded by ffmpeg and compared in RGB with the same bars.
-    // Decoding uses the matrix the exporter picks by width (BT.601 up to 720 pixels, BT.709 above) and
-    // studio range; r210 holds studio-range RGB, so the source is brought to 16..235 for it. Measured:
-    // v210 38.3 dB, UYVY 35.2, HDYC 35.9 (4:2:2 chroma across the bars' sharp edges, which ffmpeg
+    // ffmpeg's colour bars piped in as top-down BGRA, exported, decoded by ffmpeg and compared in RGB with
+    // the same bars. Decoding uses the matrix the exporter picks by width (BT.601 up to 720 pixels, BT.709
+    // above) and studio range; r210 holds studio-range RGB, so the source is brought to 16..235 for it.
+    // Measured: v210 38.3 dB, UYVY 35.2, HDYC 35.9 (4:2:2 chroma across the bars' sharp edges, which ffmpeg
     // upsamples differently), r210 51.7 (rounding only), DVCPRO50 43.4 and DVCPRO HD 43.9-44.8. Decoding with
     // the other matrix costs about 9 dB, and full-range r210 about 26: the floors sit between.
     struct Case {
-        const char* codec;
-        const char* size;
-        const char* rate;   // qvnhost's option
-        const char* fps;    // ffmpeg's
-        const char* matrix; // "" for r210
+        const char *codec, *size, *rate, *fps; // qvnhost's rate option, and ffmpeg's
+        const char* matrix;                    // "" for r210
         double floor;
     };
     const Case cases[] = {
@@ -262,11 +226,13 @@ TEST(ExportEndToEnd, DecodedPicturesMatchTheSourceInEveryCodec) {
         SCOPED_TRACE(c.codec);
         const std::string bars = std::string("smptehdbars=size=") + c.size + ":rate=" + c.fps;
         const std::string file = kDir + "/picture_" + c.codec + ".avi";
-        const int status = Shell(std::string(QVN_TEST_FFMPEG) + " -v error -f lavfi -i " + bars +
-                                 " -frames:v 5 -f rawvideo -pix_fmt bgra - | " + QVN_TEST_QVNHOST +
-                                 " export --out " + file + " --source raw:- --size " + c.size + " --codec " +
-                                 c.codec + " --rate " + c.rate + " --frames 5 --audio none");
-        ASSERT_EQ(status, 0) << Slurp(Scratch("command.err"));
+        ASSERT_EQ(Shell(kFfmpeg + " -v error -f lavfi -i " + bars +
+                        " -frames:v 5 -f rawvideo -pix_fmt bgra - | " + kHost + " export --out " + file +
+                        " --source raw:- --size " + c.size + " --codec " + c.codec + " --rate " + c.rate +
+                        " --frames 5 --audio none"),
+                  0)
+            << Errors();
+        ExpectProbed(Probe(file, "v:0", "nb_read_packets"), {"nb_read_packets=5"});
         std::string size = c.size;
         size[size.find('x')] = ':';
         const std::string studio = "lutrgb=r=val*219/255+16:g=val*219/255+16:b=val*219/255+16";
@@ -276,40 +242,13 @@ TEST(ExportEndToEnd, DecodedPicturesMatchTheSourceInEveryCodec) {
                                                     ":in_range=limited,format=rgb24[b]"
                                               : std::string("[1:v]format=rgb24[b]");
         std::string out;
-        Shell(std::string(QVN_TEST_FFMPEG) + " -v info -f lavfi -i " + bars + " -i " + file +
-                  " -filter_complex \"" + source + ";" + decoded +
-                  ";[a][b]psnr\" -f null - 2>&1 | grep -o 'average:[0-9.inf]*'",
+        Shell(kFfmpeg + " -v info -f lavfi -i " + bars + " -i " + file + " -filter_complex \"" + source +
+                  ";" + decoded + ";[a][b]psnr\" -f null - 2>&1 | grep -o 'average:[0-9.inf]*'",
               &out);
         ASSERT_FALSE(out.empty()) << "no PSNR from ffmpeg";
-        const double psnr = out.find("inf") != std::string::npos ? 99.0 : std::atof(out.c_str() + 8);
-        EXPECT_GT(psnr, c.floor) << out;
+        EXPECT_GT(out.find("inf") != std::string::npos ? 99.0 : std::atof(out.c_str() + 8), c.floor) << out;
         std::remove(file.c_str());
     }
-}
-
-TEST(ExportEndToEnd, RawFramesThroughAPipe) {
-    // ffmpeg's own test picture, piped in as top-down BGRA; the file holds as many frames.
-    const std::string file = kDir + "/piped.avi";
-    const int status = Shell(
-        std::string(QVN_TEST_FFMPEG) +
-        " -v error -f lavfi -i testsrc=size=128x96:rate=25 -frames:v 12 -f rawvideo -pix_fmt bgra - | " +
-        QVN_TEST_QVNHOST + " export --out " + file +
-        " --codec UYVY --size 128x96 --rate 25 --frames 12 --audio none --source raw:-");
-    ASSERT_EQ(status, 0) << Slurp(Scratch("command.err"));
-    EXPECT_NE(Probe(file, "v:0", "nb_read_packets").find("nb_read_packets=12\n"), std::string::npos);
-    // The decoded frames match the frames sent: luma PSNR against the same picture converted by ffmpeg.
-    std::string out;
-    Shell(
-        std::string(QVN_TEST_FFMPEG) + " -v info -f lavfi -i testsrc=size=128x96:rate=25 -i " + file +
-            " -filter_complex \"[0:v]trim=end_frame=12,format=yuv422p[a];[1:v]format=yuv422p[b];[a][b]psnr\" "
-            "-f null - 2>&1 "
-            "| grep -o 'y:[0-9.inf]*'",
-        &out);
-    ASSERT_FALSE(out.empty());
-    const double psnr = out.find("inf") != std::string::npos ? 99.0 : std::atof(out.c_str() + 2);
-    // Luma is only rounded on the way (chroma is subsampled, and filtered differently by ffmpeg's own
-    // conversion of the reference): well above 45 dB unless rows, channels or the matrix went wrong.
-    EXPECT_GT(psnr, 45.0) << out;
 }
 
 TEST(ExportEndToEnd, CancelSuspendAndRenderFailuresAtRandomFramesNeverHangOrLoseTheFile) {
@@ -321,42 +260,30 @@ TEST(ExportEndToEnd, CancelSuspendAndRenderFailuresAtRandomFramesNeverHangOrLose
         state = state * 6364136223846793005ULL + 1442695040888963407ULL;
         return (state >> 33) % bound;
     };
-    const char* kinds[] = {"cancel", "suspend", "fail"};
+    const std::string options[] = {"--cancel-at", "--suspend-at", "--fail-render-at"};
     for (int run = 0; run < 12; ++run) {
-        const std::string kind = kinds[next(3)];
-        const std::uint64_t frames = 20 + next(50);
-        const std::uint64_t at = next(frames);
-        const std::string codec = next(2) ? "v210" : "UYVY";
-        SCOPED_TRACE("run " + std::to_string(run) + ": " + codec + ", " + kind + " at " + std::to_string(at) +
-                     " of " + std::to_string(frames));
-        const std::string file = kDir + "/stress.avi";
-        const std::string option = kind == "cancel"    ? "--cancel-at"
-                                   : kind == "suspend" ? "--suspend-at"
-                                                       : "--fail-render-at";
+        const std::size_t kind = next(3);
+        const std::uint64_t frames = 20 + next(50), at = next(frames);
+        const std::string codec = next(2) ? "v210" : "UYVY", file = kDir + "/stress.avi";
+        SCOPED_TRACE("run " + std::to_string(run) + ": " + codec + ", " + options[kind] + " " +
+                     std::to_string(at) + " of " + std::to_string(frames));
         const int status =
-            Shell(std::string(QVN_TEST_QVNHOST) + " export --out " + file + " --codec " + codec +
-                  " --size 96x54 --threads 8 --frames " + std::to_string(frames) + " " + option + " " +
+            Shell(kHost + " export --out " + file + " --codec " + codec +
+                  " --size 96x54 --threads 8 --frames " + std::to_string(frames) + " " + options[kind] + " " +
                   std::to_string(at) + " --seed " + std::to_string(run + 1));
-        const std::string err = Slurp(Scratch("command.err"));
-        if (kind == "suspend") {
-            EXPECT_EQ(status, 0) << err;
-        } else if (kind == "cancel") {
-            // A cancel answered while the run drains, every frame asked for, comes too late: it finishes.
-            EXPECT_TRUE(status == 0 || err.find("module answered 1 (abort: cancelled)") != std::string::npos)
-                << err;
-        } else {
-            // A later progress answer for an earlier frame may clear the error word; either way the run
-            // stops at the lost frame.
-            EXPECT_TRUE(status == 0 || err.find("module answered 3 (internal error)") != std::string::npos)
-                << err;
-        }
-        EXPECT_EQ(Shell(std::string(QVN_TEST_QVNHOST) + " inspect " + file), 0)
-            << "the file must be consistent";
+        const std::string err = Errors();
+        // A cancel answered while the run drains, every frame asked for, comes too late: it finishes. A later
+        // progress answer for an earlier frame may clear a render error; either way the run stops at the
+        // lost frame.
+        const char* failure[] = {"module answered 1 (abort: cancelled)", nullptr,
+                                 "module answered 3 (internal error)"};
+        EXPECT_TRUE(status == 0 || (failure[kind] && err.find(failure[kind]) != std::string::npos)) << err;
+        EXPECT_EQ(Shell(kHost + " inspect " + file), 0) << "the file must be consistent";
         const std::vector<std::int64_t> stamps = Stamps(file, 96, 54);
         EXPECT_EQ(stamps, Range(0, static_cast<std::int64_t>(stamps.size())));
-        if (kind == "suspend" || (kind == "cancel" && status == 0))
+        if (kind == 1 || (kind == 0 && status == 0))
             EXPECT_EQ(stamps.size(), frames);
-        else if (kind == "fail")
+        else if (kind == 2)
             EXPECT_EQ(stamps.size(), at) << "every frame before the failed one, and none after";
         else
             EXPECT_GE(stamps.size(), at + 1) << "every frame through the cancelled one";
@@ -373,11 +300,10 @@ void EveryAllocationFailingInTurn(const std::string& options, int width, int hei
     const auto packets = [](const std::string& f) {
         return Probe(f, "v:0", "nb_read_packets") + Probe(f, "a:0", "nb_read_packets");
     };
-    const std::string file = Scratch("injected.avi");
-    const std::string run = std::string(QVN_TEST_QVNHOST) + " export --out " + file + " " + options;
+    const std::string file = Scratch("injected.avi"), run = kHost + " export --out " + file + " " + options;
     std::string out;
-    ASSERT_EQ(Shell("QVN_FAIL_ALLOCATION=0 " + run, &out), 0) << Slurp(Scratch("command.err"));
-    const std::string counted = Slurp(Scratch("command.err"));
+    ASSERT_EQ(Shell("QVN_FAIL_ALLOCATION=0 " + run, &out), 0) << Errors();
+    const std::string counted = Errors();
     const std::size_t at = counted.find("the export made ");
     ASSERT_NE(at, std::string::npos) << counted;
     const long total = std::atol(counted.c_str() + at + 16);
@@ -389,15 +315,14 @@ void EveryAllocationFailingInTurn(const std::string& options, int width, int hei
         std::remove(file.c_str());
         const int status =
             Shell("QVN_FAIL_ALLOCATION=" + std::to_string(n) + " timeout -s KILL 120 " + run, &out);
-        const std::string errors = Slurp(Scratch("command.err"));
+        const std::string errors = Errors();
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1) << "crashed or hung: " << status << errors;
         ASSERT_EQ(errors.find("Sanitizer"), std::string::npos) << errors;
         ASSERT_EQ(errors.find("runtime error"), std::string::npos) << errors;
         const std::size_t r = out.find("result:");
         ASSERT_NE(r, std::string::npos) << out;
-        std::istringstream words(out.substr(r + 7));
         std::string result;
-        words >> result;
+        std::istringstream(out.substr(r + 7)) >> result;
         results[result] += 1;
         ASSERT_TRUE(result == "0" || result == "3" || result == "99" || result == "0x80000002") << out;
         std::istringstream lines(errors);
@@ -413,7 +338,7 @@ void EveryAllocationFailingInTurn(const std::string& options, int width, int hei
             continue;
         }
         ASSERT_EQ(Shell(std::string(QVN_TEST_FFPROBE) + " -v error " + file), 0) << "unreadable file";
-        ASSERT_EQ(Shell(std::string(QVN_TEST_QVNHOST) + " inspect " + file), 0) << "inconsistent file";
+        ASSERT_EQ(Shell(kHost + " inspect " + file), 0) << "inconsistent file";
         // ffmpeg cannot tell a DV stream's format from no frame at all.
         const std::string video = Probe(file, "v:0", "nb_read_packets");
         const bool none = video == "nb_read_packets=N/A\n" || video == "nb_read_packets=0\n";

@@ -39,12 +39,15 @@ protected:
                               bool disabled = false) {
         return s->AddParamGroup(kPlugin, mg, parent, id, kName, hidden, disabled, 0);
     }
+    // Value, range, disabled and hidden of an integer.
+    static std::vector<int> Values(const exParamValues& v) {
+        return {v.value.intValue, v.rangeMin.intValue, v.rangeMax.intValue, v.disabled, v.hidden};
+    }
     exParamValues Get(const char* id) {
         exParamValues v{};
         EXPECT_EQ(s->GetParamValue(kPlugin, mg, id, &v), 0) << id;
         return v;
     }
-
     const prsdk::ExportParamSuite* s = qvnhost::ExportParamSuiteTable();
     prsdk::int32 mg = -1;
 };
@@ -61,7 +64,6 @@ TEST_F(ParamSuite, TreeOfGroupsAndParamsWithErrorsForWhatDoesNotExist) {
     EXPECT_EQ(AddInt("Missing", "X", 1), bad);
     EXPECT_EQ(AddInt("Width", "X", 1), wrongKind) << "a parameter is no group";
     EXPECT_EQ(s->AddParam(kPlugin, 1, "Inner", nullptr), bad);
-
     const auto snapshot = qvnhost::ParamStore::Instance().Snapshot(kPlugin);
     ASSERT_EQ(snapshot.size(), 1u);
     const auto& entries = snapshot[0].entries;
@@ -71,13 +73,11 @@ TEST_F(ParamSuite, TreeOfGroupsAndParamsWithErrorsForWhatDoesNotExist) {
     EXPECT_EQ(entries[2].parent, "Tab");
     EXPECT_EQ(entries[3].parent, "Inner");
     EXPECT_EQ(entries[3].name, u"W");
-
     prsdk::exParamType type = prsdk::exParamType_undefined;
     EXPECT_EQ(s->GetParamType(kPlugin, mg, "Tab", &type), 0);
     EXPECT_EQ(type, prsdk::exParamType_group);
     EXPECT_EQ(s->GetParamType(kPlugin, mg, "Width", &type), 0);
     EXPECT_EQ(type, prsdk::exParamType_int);
-
     exParamValues v{};
     EXPECT_EQ(s->GetParamValue(kPlugin, mg, "Nope", &v), bad);
     EXPECT_EQ(s->GetParamValue(kPlugin, mg, "Tab", &v), wrongKind);
@@ -87,7 +87,6 @@ TEST_F(ParamSuite, TreeOfGroupsAndParamsWithErrorsForWhatDoesNotExist) {
     EXPECT_EQ(s->SetParamName(kPlugin, mg, "Nope", kName), bad);
     EXPECT_EQ(s->ClearConstrainedValues(kPlugin, mg, "Nope"), bad);
     EXPECT_EQ(s->ClearParamGroupChildren(kPlugin, mg, "Width"), wrongKind);
-
     // Names can be set on groups and parameters alike.
     EXPECT_EQ(s->SetParamName(kPlugin, mg, "Tab", kName), 0);
     EXPECT_EQ(s->SetParamName(kPlugin, mg, "Width", kName), 0);
@@ -97,38 +96,24 @@ TEST_F(ParamSuite, TreeOfGroupsAndParamsWithErrorsForWhatDoesNotExist) {
 TEST_F(ParamSuite, ChangeStoresWhatItIsGivenAndGetAnswersIt) {
     ASSERT_EQ(AddInt("ADBETopParamGroup", "Width", 1920, 16, 4096), 0);
     exParamValues v = Get("Width");
-    EXPECT_EQ(v.value.intValue, 1920);
-    EXPECT_EQ(v.rangeMin.intValue, 16);
-    EXPECT_EQ(v.rangeMax.intValue, 4096);
-    EXPECT_EQ(v.disabled, 0);
-
+    EXPECT_EQ(Values(v), (std::vector<int>{1920, 16, 4096, 0, 0}));
     // Out of range and disabled: the store keeps it as the module says, as Premiere does.
     v.value.intValue = 99999;
     v.disabled = 1;
     v.hidden = 1;
     ASSERT_EQ(s->ChangeParam(kPlugin, mg, "Width", &v), 0);
-    const exParamValues after = Get("Width");
-    EXPECT_EQ(after.value.intValue, 99999);
-    EXPECT_EQ(after.disabled, 1);
-    EXPECT_EQ(after.hidden, 1);
-    EXPECT_EQ(after.rangeMax.intValue, 4096);
-
+    EXPECT_EQ(Values(Get("Width")), (std::vector<int>{99999, 16, 4096, 1, 1}));
     // A second multigroup and a second instance are separate stores.
     prsdk::int32 second = -1;
     ASSERT_EQ(s->AddMultiGroup(kPlugin, &second), 0);
     EXPECT_EQ(second, 1);
-    prsdk::int32 count = 0;
-    EXPECT_EQ(s->CountMultiGroups(kPlugin, &count), 0);
-    EXPECT_EQ(count, 2);
-    EXPECT_EQ(s->CountMultiGroups(kPlugin + 1, &count), 0);
-    EXPECT_EQ(count, 0);
+    prsdk::int32 count = 0, other = -1;
+    EXPECT_EQ(s->CountMultiGroups(kPlugin, &count) | s->CountMultiGroups(kPlugin + 1, &other), 0);
+    EXPECT_EQ(std::pair(count, other), std::pair(2, 0));
     EXPECT_EQ(s->GetParamValue(kPlugin, second, "Width", &v), prsdk::suiteError_InvalidParms);
-
     prsdk::int32 version = -1;
-    EXPECT_EQ(s->SetParamsVersion(kPlugin, 4), 0);
-    EXPECT_EQ(s->GetParamsVersion(kPlugin, &version), 0);
+    EXPECT_EQ(s->SetParamsVersion(kPlugin, 4) | s->GetParamsVersion(kPlugin, &version), 0);
     EXPECT_EQ(version, 4);
-
     const unsigned char blob[3] = {1, 2, 3};
     unsigned char back[8] = {};
     prsdk::int32 size = 0;
@@ -148,13 +133,11 @@ TEST_F(ParamSuite, ChangeStoresWhatItIsGivenAndGetAnswersIt) {
 TEST_F(ParamSuite, ConstrainedValuesInOrderWithNames) {
     ASSERT_EQ(AddInt("ADBETopParamGroup", "Field", 0), 0);
     const prsdk::prUTF16Char upper[] = {'U', 'p', 0};
-    exOneParamValueRec one{};
+    exOneParamValueRec one{}, two{};
     one.intValue = 1;
-    exOneParamValueRec two{};
     two.intValue = 2;
     ASSERT_EQ(s->AddConstrainedValuePair(kPlugin, mg, "Field", &one, upper), 0);
     ASSERT_EQ(s->AddConstrainedValuePair(kPlugin, mg, "Field", &two, kName), 0);
-
     prsdk::int32 count = 0;
     EXPECT_EQ(s->GetConstrainedValueCount(kPlugin, mg, "Field", &count), 0);
     EXPECT_EQ(count, 2);
@@ -167,7 +150,6 @@ TEST_F(ParamSuite, ConstrainedValuesInOrderWithNames) {
     EXPECT_EQ(qvnhost::HostString(name), u"Up");
     EXPECT_EQ(s->GetConstrainedValue(kPlugin, mg, "Field", 2, &got, name), prsdk::suiteError_InvalidParms);
     EXPECT_EQ(s->GetConstrainedValue(kPlugin, mg, "Field", -1, &got, name), prsdk::suiteError_InvalidParms);
-
     EXPECT_EQ(s->ClearConstrainedValues(kPlugin, mg, "Field"), 0);
     EXPECT_EQ(s->GetConstrainedValueCount(kPlugin, mg, "Field", &count), 0);
     EXPECT_EQ(count, 0);
@@ -182,7 +164,6 @@ TEST_F(ParamSuite, ClearingAGroupRemovesEveryDescendantAndNothingElse) {
     ASSERT_EQ(AddInt("Video", "Codec", 1), 0);
     ASSERT_EQ(Group("ADBETopParamGroup", "Audio"), 0);
     ASSERT_EQ(AddInt("Audio", "Rate", 1), 0);
-
     ASSERT_EQ(s->ClearParamGroupChildren(kPlugin, mg, "Video"), 0);
     std::vector<std::string> left;
     const auto snapshot = qvnhost::ParamStore::Instance().Snapshot(kPlugin);

@@ -2,6 +2,7 @@
 // conversions at and beyond full scale.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -21,8 +22,7 @@ namespace {
 struct Case {
     float x;
     int u8;
-    std::int32_t s16;
-    std::int32_t s24;
+    std::int32_t s16, s24;
     std::int64_t s32;
 };
 
@@ -53,10 +53,8 @@ TEST(AudioSuite, ConvertsEachWidthExactlyAtAndBeyondFullScale) {
     const prsdk::AudioSuite* s = AudioSuiteTable();
     const prsdk::csSDK_uint32 n = std::size(kCases);
     std::vector<float> plane(n);
-    for (std::size_t i = 0; i < n; ++i)
-        plane[i] = kCases[i].x;
+    std::transform(std::begin(kCases), std::end(kCases), plane.begin(), [](const Case& c) { return c.x; });
     float* planes[1] = {plane.data()};
-
     std::vector<char> u8(n);
     std::vector<short> s16(n);
     std::vector<char> s24(n * 3);
@@ -69,11 +67,9 @@ TEST(AudioSuite, ConvertsEachWidthExactlyAtAndBeyondFullScale) {
         SCOPED_TRACE(::testing::Message() << "sample " << i << " = " << kCases[i].x);
         EXPECT_EQ(static_cast<unsigned char>(u8[i]), kCases[i].u8);
         EXPECT_EQ(s16[i], kCases[i].s16);
-        const auto* b = reinterpret_cast<const unsigned char*>(&s24[i * 3]);
-        const std::uint32_t bits = static_cast<std::uint32_t>(kCases[i].s24) & 0xFFFFFF;
-        EXPECT_EQ(b[0], bits & 0xFF); // least significant byte first
-        EXPECT_EQ(b[1], bits >> 8 & 0xFF);
-        EXPECT_EQ(b[2], bits >> 16);
+        std::uint32_t bits = 0; // least significant byte first
+        std::memcpy(&bits, &s24[i * 3], 3);
+        EXPECT_EQ(bits, static_cast<std::uint32_t>(kCases[i].s24) & 0xFFFFFF);
         EXPECT_EQ(s32[i], kCases[i].s32);
     }
 }
@@ -82,37 +78,29 @@ TEST(AudioSuite, InterleavesChannelsFrameByFrameAndReadsBack) {
     const prsdk::AudioSuite* s = AudioSuiteTable();
     // Three channels, four frames: sample i of channel c is (c * 4 + i) / 16.
     std::vector<std::vector<float>> in(3, std::vector<float>(4));
-    for (int c = 0; c < 3; ++c)
-        for (int i = 0; i < 4; ++i)
-            in[c][i] = static_cast<float>(c * 4 + i) / 16.0f;
+    for (int k = 0; k < 12; ++k)
+        in[k / 4][k % 4] = static_cast<float>(k) / 16.0f;
     float* planes[3] = {in[0].data(), in[1].data(), in[2].data()};
     std::vector<short> s16(12);
     ASSERT_EQ(s->ConvertAndInterleaveTo16BitInteger(planes, s16.data(), 3, 4), 0);
     for (int i = 0; i < 4; ++i)
         for (int c = 0; c < 3; ++c)
             EXPECT_EQ(s16[i * 3 + c], (c * 4 + i) * 2048);
-
     std::vector<std::vector<float>> out(3, std::vector<float>(4, -9.0f));
     float* back[3] = {out[0].data(), out[1].data(), out[2].data()};
     ASSERT_EQ(s->UninterleaveAndConvertFrom16BitInteger(s16.data(), back, 3, 4), 0);
     EXPECT_EQ(out, in);
-
     // The extremes of each width read back as v / 2^(bits-1); 24-bit values are sign-extended.
-    unsigned char u8[2] = {0, 255};
+    unsigned char u8[2] = {0, 255}, s24[6] = {0x00, 0x00, 0x80, 0xFF, 0xFF, 0xFF};
+    prsdk::int32 s32[2] = {std::numeric_limits<prsdk::int32>::min(), 1 << 30};
     float a[2];
     float* pa[1] = {a};
     ASSERT_EQ(s->UninterleaveAndConvertFrom8BitInteger(reinterpret_cast<char*>(u8), pa, 1, 2), 0);
-    EXPECT_EQ(a[0], -1.0f);
-    EXPECT_EQ(a[1], 127.0f / 128.0f);
-    unsigned char s24[6] = {0x00, 0x00, 0x80, 0xFF, 0xFF, 0xFF};
+    EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, 127.0f / 128.0f));
     ASSERT_EQ(s->UninterleaveAndConvertFrom24BitInteger(reinterpret_cast<char*>(s24), pa, 1, 2), 0);
-    EXPECT_EQ(a[0], -1.0f);
-    EXPECT_EQ(a[1], -1.0f / 8388608.0f);
-    prsdk::int32 s32[2] = {std::numeric_limits<prsdk::int32>::min(), 1 << 30};
+    EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, -1.0f / 8388608.0f));
     ASSERT_EQ(s->UninterleaveAndConvertFrom32BitInteger(s32, pa, 1, 2), 0);
-    EXPECT_EQ(a[0], -1.0f);
-    EXPECT_EQ(a[1], 0.5f);
-
+    EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, 0.5f));
     // Missing buffers or channels are refused with a negative result, which the exporter tests for.
     float* holes[2] = {in[0].data(), nullptr};
     EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(holes, s16.data(), 2, 4), 0);
@@ -174,18 +162,17 @@ TEST_F(SequenceAudio, BlocksAreLimitedToTheLargestBlockAndPositionsAdvanceExactl
                                    prsdk::kPrAudioSampleType_16BitInt, 48000.0f, &id),
               0);
     prsdk::csSDK_int32 blip = 0;
-    ASSERT_EQ(s->GetMaxBlip(id, kNtscFrame, &blip), 0);
-    EXPECT_EQ(blip, 1602); // 1601.6 samples per NTSC frame, rounded up
-    ASSERT_EQ(s->GetMaxBlip(id, kTicksPerSecond / 25, &blip), 0);
-    EXPECT_EQ(blip, 1920); // exactly one PAL frame
+    const auto maxBlip = [&](prsdk::PrTime frame) {
+        return s->GetMaxBlip(id, frame, &blip) == 0 ? blip : -1;
+    };
+    EXPECT_EQ(maxBlip(kNtscFrame), 1602);           // 1601.6 samples per NTSC frame, rounded up
+    EXPECT_EQ(maxBlip(kTicksPerSecond / 25), 1920); // exactly one PAL frame
     EXPECT_LT(s->GetMaxBlip(id, 0, &blip), 0);
-
     std::vector<float> l(4000), r(4000);
     float* planes[2] = {l.data(), r.data()};
     EXPECT_LT(s->GetAudio(id, 1921, planes, 0), 0); // one sample frame over the limit
     EXPECT_EQ(AudioHostState().problems.front(),
               "GetAudio asked for 1921 sample frames, more than the largest block 1920");
-
     // 1000 + 1920 + 7 frames continue each other exactly: the same as one long read from another renderer.
     std::vector<float> pieces;
     for (prsdk::csSDK_uint32 m : {1000u, 1920u, 7u}) {
@@ -195,17 +182,14 @@ TEST_F(SequenceAudio, BlocksAreLimitedToTheLargestBlockAndPositionsAdvanceExactl
     ASSERT_EQ(s->ResetAudioToBeginning(id), 0);
     ASSERT_EQ(s->GetAudio(id, 1000, planes, 0), 0);
     EXPECT_TRUE(std::equal(l.begin(), l.begin() + 1000, pieces.begin())) << "reset returns to the start";
-
     EXPECT_EQ(AudioHostState().sampleFrames, 1000u + 1920u + 7u + 1000u);
     EXPECT_EQ(s->ReleaseAudioRenderer(1, id), 0);
     EXPECT_LT(s->ReleaseAudioRenderer(1, id), 0);
-
     // 44.1 kHz at 23.976: 1839.3375 per frame, rounded up.
     ASSERT_EQ(s->MakeAudioRenderer(1, 0, prsdk::kPrAudioChannelType_Mono, prsdk::kPrAudioSampleType_16BitInt,
                                    44100.0f, &id),
               0);
-    ASSERT_EQ(s->GetMaxBlip(id, kTicksPerSecond / 24000 * 1001, &blip), 0);
-    EXPECT_EQ(blip, 1840);
+    EXPECT_EQ(maxBlip(kTicksPerSecond / 24000 * 1001), 1840);
     // Left unreleased: the host reports it.
     const AudioHostReport report = AudioHostState();
     EXPECT_EQ(report.renderersMade, 2u);

@@ -55,16 +55,12 @@ TEST(DvCompression, EveryFormatGivesWholeFramesThatDecodeToTheStampedPicture) {
         std::size_t size = 0;
         ASSERT_EQ(suite->GetSizeForPixelBuffer(f.format, 0, 0, &rowBytes, &size), 0);
         EXPECT_EQ(size, static_cast<std::size_t>(f.frameBytes));
-
         // A host frame of the format's own size, padded rows, stamped with a frame number per phase. The
         // phases come in an order that a counting encoder would get wrong (2, 2, 0, 0).
         for (const int phase : {2, 2, 0, 0}) {
             const std::int64_t number = 1000 + phase;
-            FrameLayout layout;
-            layout.width = f.width;
-            layout.height = f.height;
-            layout.rowPadding = 64;
-            std::unique_ptr<HostFrame> frame = NewHostFrame(layout);
+            std::unique_ptr<HostFrame> frame =
+                NewHostFrame({prsdk::PrPixelFormat_BGRA_4444_8u, f.width, f.height, 64});
             ASSERT_TRUE(source.Render(number, *frame, &error));
             std::vector<std::uint8_t> dv(static_cast<std::size_t>(f.frameBytes) + 16, 0xA5);
             prsdk::prSuiteError r;
@@ -91,8 +87,7 @@ TEST(DvCompression, EveryFormatGivesWholeFramesThatDecodeToTheStampedPicture) {
                 for (std::size_t at = 0; at < dv.size(); at += 80)
                     ASSERT_EQ((dv[at + 1] & 0x04) != 0, phase == 0) << "block at " << at;
             }
-            int w = 0;
-            int h = 0;
+            int w = 0, h = 0;
             const std::vector<std::uint8_t> luma = DecodeLuma(dv, &w, &h);
             ASSERT_EQ(w, f.width);
             ASSERT_EQ(h, f.height);
@@ -103,25 +98,22 @@ TEST(DvCompression, EveryFormatGivesWholeFramesThatDecodeToTheStampedPicture) {
 
 TEST(DvCompression, RefusesWhatItCannotDo) {
     const prsdk::ImageProcessingSuite* suite = ImageProcessingSuiteTable();
-    std::vector<std::uint8_t> src(960 * 720 * 8);
-    std::vector<std::uint8_t> dst(288000);
-    const prsdk::PrPixelFormat dvn7 = kDvFormats[4].format;
+    std::vector<std::uint8_t> src(960 * 720 * 8), dst(288000);
+    const auto compress = [&](prsdk::PrPixelFormat from, prsdk::csSDK_uint32 w, prsdk::csSDK_uint32 h,
+                              int pixel, const DvFormat& to, prsdk::csSDK_int32 size, int phase) {
+        return suite->CompressDV100720p(from, w, h, static_cast<prsdk::csSDK_int32>(w) * pixel, src.data(),
+                                        to.format, size, dst.data(), phase, 3);
+    };
+    const prsdk::PrPixelFormat k8u = prsdk::PrPixelFormat_BGRA_4444_8u;
     // 16-bit sources, a short destination, a phase other than 0 or 2, a non-720p format.
-    EXPECT_EQ(suite->CompressDV100720p(prsdk::PrPixelFormat_BGRA_4444_16u, 960, 720, 960 * 8, src.data(),
-                                       dvn7, 240000, dst.data(), 0, 3),
+    EXPECT_EQ(compress(prsdk::PrPixelFormat_BGRA_4444_16u, 960, 720, 8, kDvFormats[4], 240000, 0),
               prsdk::suiteError_InvalidParms);
-    EXPECT_EQ(suite->CompressDV100720p(prsdk::PrPixelFormat_BGRA_4444_8u, 960, 720, 960 * 4, src.data(), dvn7,
-                                       239999, dst.data(), 0, 3),
-              prsdk::suiteError_InvalidParms);
-    EXPECT_EQ(suite->CompressDV100720p(prsdk::PrPixelFormat_BGRA_4444_8u, 960, 720, 960 * 4, src.data(), dvn7,
-                                       240000, dst.data(), 1, 3),
-              prsdk::suiteError_InvalidParms);
-    EXPECT_EQ(suite->CompressDV100720p(prsdk::PrPixelFormat_BGRA_4444_8u, 720, 480, 720 * 4, src.data(),
-                                       kDvFormats[0].format, 240000, dst.data(), 0, 3),
-              prsdk::suiteError_InvalidParms);
+    EXPECT_EQ(compress(k8u, 960, 720, 4, kDvFormats[4], 239999, 0), prsdk::suiteError_InvalidParms);
+    EXPECT_EQ(compress(k8u, 960, 720, 4, kDvFormats[4], 240000, 1), prsdk::suiteError_InvalidParms);
+    EXPECT_EQ(compress(k8u, 720, 480, 4, kDvFormats[0], 240000, 0), prsdk::suiteError_InvalidParms);
     // ScaleConvert into a DV format at another size than the format's own.
-    EXPECT_EQ(suite->ScaleConvert(prsdk::PrPixelFormat_BGRA_4444_8u, 720, 480, 720 * 4, 0, src.data(),
-                                  kDvFormats[0].format, 720, 486, 0, 0, dst.data(), 3),
+    EXPECT_EQ(suite->ScaleConvert(k8u, 720, 480, 720 * 4, 0, src.data(), kDvFormats[0].format, 720, 486, 0, 0,
+                                  dst.data(), 3),
               prsdk::suiteError_InvalidParms);
 }
 

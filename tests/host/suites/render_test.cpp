@@ -21,56 +21,46 @@
 namespace qvnhost {
 namespace {
 
-// Runs `count` jobs on `threads` threads; answers the dispatch order and checks each job ran once.
-std::vector<std::int64_t> RunJobs(int threads, std::uint64_t seed, int count, int* mostConcurrent,
-                                  std::set<std::thread::id>* threadIds) {
+// Runs `count` jobs on `threads` threads; answers the dispatch order and checks each job ran once, and that
+// some ran side by side on several threads.
+std::vector<std::int64_t> RunJobs(int threads, std::uint64_t seed, int count) {
     std::mutex mutex;
     std::map<std::int64_t, int> runs;
-    std::vector<std::int64_t> order;
-    {
-        RenderScheduler scheduler(threads, seed);
-        for (int i = 0; i < count; ++i) {
-            scheduler.Submit(i, [&, i] {
-                QVN::SleepMs(1); // long enough for the jobs of a window to overlap
-                std::lock_guard<std::mutex> hold(mutex);
-                ++runs[i];
-                threadIds->insert(std::this_thread::get_id());
-            });
-        }
-        scheduler.Drain();
-        order = scheduler.DispatchOrder();
-        *mostConcurrent = scheduler.MostConcurrent();
-        EXPECT_EQ(scheduler.Dropped(), 0u);
+    std::set<std::thread::id> ids;
+    RenderScheduler scheduler(threads, seed);
+    for (int i = 0; i < count; ++i) {
+        scheduler.Submit(i, [&, i] {
+            QVN::SleepMs(1); // long enough for the jobs of a window to overlap
+            std::lock_guard<std::mutex> hold(mutex);
+            ++runs[i];
+            ids.insert(std::this_thread::get_id());
+        });
     }
+    scheduler.Drain();
+    EXPECT_EQ(scheduler.Dropped(), 0u);
+    EXPECT_GT(scheduler.MostConcurrent(), 1);
+    EXPECT_GT(ids.size(), 1u);
     EXPECT_EQ(static_cast<int>(runs.size()), count);
     for (const auto& [tag, n] : runs)
         EXPECT_EQ(n, 1) << "job " << tag;
-    return order;
+    return scheduler.DispatchOrder();
 }
 
 TEST(RenderScheduler, RunsEveryJobOnceConcurrentlyInAnOrderTheSeedReproduces) {
-    int concurrent = 0;
-    std::set<std::thread::id> ids;
     // 203 jobs: the last window is part-full and is released by Drain.
-    const std::vector<std::int64_t> a = RunJobs(4, 7, 203, &concurrent, &ids);
-    EXPECT_GT(concurrent, 1);
-    EXPECT_GT(ids.size(), 1u);
+    const std::vector<std::int64_t> a = RunJobs(4, 7, 203);
     ASSERT_EQ(a.size(), 203u);
+    EXPECT_FALSE(std::is_sorted(a.begin(), a.end()));
+    // Windows of 8: no job is handed out before every job of the windows before it; each window whole.
     std::vector<std::int64_t> sorted = a;
     std::sort(sorted.begin(), sorted.end());
-    for (std::int64_t i = 0; i < 203; ++i)
-        ASSERT_EQ(sorted[static_cast<std::size_t>(i)], i);
-    EXPECT_FALSE(std::is_sorted(a.begin(), a.end()));
-
-    std::set<std::thread::id> ids2;
-    EXPECT_EQ(RunJobs(4, 7, 203, &concurrent, &ids2), a) << "same seed, same order";
-    // The order does not depend on the thread count, only on the seed.
-    EXPECT_EQ(RunJobs(2, 7, 203, &concurrent, &ids2), a);
-    EXPECT_NE(RunJobs(4, 8, 203, &concurrent, &ids2), a) << "another seed, another order";
-
-    // Windows of 8: no job is handed out before every job of the windows before it.
-    for (std::size_t i = 0; i < a.size(); ++i)
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        ASSERT_EQ(sorted[i], static_cast<std::int64_t>(i));
         EXPECT_EQ(a[i] / 8, static_cast<std::int64_t>(i / 8)) << "position " << i;
+    }
+    EXPECT_EQ(RunJobs(4, 7, 203), a) << "same seed, same order";
+    EXPECT_EQ(RunJobs(2, 7, 203), a) << "the order depends on the seed only, not the thread count";
+    EXPECT_NE(RunJobs(4, 8, 203), a) << "another seed, another order";
 }
 
 TEST(RenderScheduler, ReleasesAPartWindowWhenSubmissionsPauseAndDropsWhatIsLeftOnStop) {
@@ -79,11 +69,9 @@ TEST(RenderScheduler, ReleasesAPartWindowWhenSubmissionsPauseAndDropsWhatIsLeftO
     for (int i = 0; i < 3; ++i)
         scheduler.Submit(i, [&] { ++ran; });
     // No Drain: the three wait for five more, then go after the pause.
-    const std::uint64_t start = QVN::MonotonicMs();
-    while (ran.load() < 3 && QVN::MonotonicMs() - start < 5000)
+    for (const std::uint64_t start = QVN::MonotonicMs(); ran.load() < 3 && QVN::MonotonicMs() - start < 5000;)
         QVN::SleepMs(2);
     EXPECT_EQ(ran.load(), 3);
-
     RenderScheduler stopped(1, 1, 8, 60000);
     stopped.Submit(0, [&] { ++ran; });
     stopped.Stop();
@@ -101,13 +89,12 @@ struct Completion {
     prsdk::int32 rowBytes;
     std::uintptr_t address;
     std::int64_t stamp;
-    std::thread::id thread;
 };
 
 struct Collector {
     std::mutex mutex;
     std::vector<Completion> done;
-    prsdk::PrTime ticksPerFrame = 0;
+    prsdk::PrTime ticksPerFrame = kTicksPerSecond / 25;
     prsdk::csSDK_uint32 renderer = 0;
 };
 
@@ -116,11 +103,9 @@ void OnFrame(prsdk::csSDK_uint32 renderer, void* ref, prsdk::PrTime time, prsdk:
     auto* c = static_cast<Collector*>(ref);
     const prsdk::PPixSuite* ppix = PPixSuiteTable();
     Completion done{
-        time / c->ticksPerFrame,   rec->asyncCompletionData, rec->returnVal, frame != nullptr, 0, 0, 0, -1,
-        std::this_thread::get_id()};
+        time / c->ticksPerFrame, rec->asyncCompletionData, rec->returnVal, frame != nullptr, 0, 0, 0, -1};
     EXPECT_EQ(renderer, c->renderer);
-    // Packed record: its pointer field is read by value, never bound to a reference.
-    const prsdk::PPixHand out = rec->outFrame;
+    const prsdk::PPixHand out = rec->outFrame; // packed record: read by value, never bound to a reference
     EXPECT_EQ(out, frame);
     if (frame) {
         char* pixels = nullptr;
@@ -131,11 +116,10 @@ void OnFrame(prsdk::csSDK_uint32 renderer, void* ref, prsdk::PrTime time, prsdk:
         ppix->GetPixelFormat(frame, &done.format);
         done.address = reinterpret_cast<std::uintptr_t>(pixels);
         // The picture's top row is the last in memory; its green bytes carry the stamp.
-        const int h = bounds.bottom;
         if (done.format == prsdk::PrPixelFormat_BGRA_4444_8u)
-            done.stamp =
-                DecodeFrameStamp(reinterpret_cast<std::uint8_t*>(pixels) + (h - 1) * done.rowBytes + 1,
-                                 bounds.right, h, -done.rowBytes, 4);
+            done.stamp = DecodeFrameStamp(reinterpret_cast<std::uint8_t*>(pixels) +
+                                              (bounds.bottom - 1) * done.rowBytes + 1,
+                                          bounds.right, bounds.bottom, -done.rowBytes, 4);
         EXPECT_EQ(ppix->Dispose(frame), 0);
     }
     std::lock_guard<std::mutex> hold(c->mutex);
@@ -154,45 +138,34 @@ protected:
         ResetRenderHost();
         ConfigureRenderHost(RenderHostOptions{}, nullptr);
     }
-
     // Queues frames first..first+count-1 and waits for their completions.
     void RenderAll(const RenderHostOptions& options, std::int64_t first, int count,
                    std::vector<prsdk::PrPixelFormat> formats) {
         ConfigureRenderHost(options, &source);
-        collector.ticksPerFrame = kTicksPerSecond / 25;
         ASSERT_EQ(suite->MakeVideoRenderer(1, &collector.renderer, collector.ticksPerFrame), 0);
         ASSERT_EQ(suite->SetAsyncRenderCompletionProc(collector.renderer, OnFrame, &collector), 0);
-        prsdk::SequenceRender_ParamsRec params{};
-        params.inRequestedPixelFormatArray = formats.data();
-        params.inRequestedPixelFormatArrayCount = static_cast<prsdk::int32>(formats.size());
-        params.inWidth = 96;
-        params.inHeight = 64;
-        params.inPixelAspectRatioNumerator = 1;
-        params.inPixelAspectRatioDenominator = 1;
-        params.inRenderQuality = 3;
+        prsdk::SequenceRender_ParamsRec params{
+            formats.data(), static_cast<prsdk::int32>(formats.size()), 96, 64, 1, 1, 3, 0, 0, 0, 0};
         std::set<prsdk::csSDK_uint32> requestIds;
-        for (int i = 0; i < count; ++i) {
+        for (std::int64_t i = first; i < first + count; ++i) {
             prsdk::csSDK_uint32 requestId = 0;
-            ASSERT_EQ(suite->QueueAsyncVideoFrameRender(collector.renderer,
-                                                        (first + i) * collector.ticksPerFrame, &requestId,
-                                                        &params, 0, reinterpret_cast<void*>(first + i + 1)),
+            ASSERT_EQ(suite->QueueAsyncVideoFrameRender(collector.renderer, i * collector.ticksPerFrame,
+                                                        &requestId, &params, 0,
+                                                        reinterpret_cast<void*>(i + 1)),
                       0);
             requestIds.insert(requestId);
         }
         EXPECT_EQ(requestIds.size(), static_cast<std::size_t>(count));
-        const std::uint64_t start = QVN::MonotonicMs();
-        for (;;) {
+        for (const std::uint64_t start = QVN::MonotonicMs();; QVN::SleepMs(5)) {
             {
                 std::lock_guard<std::mutex> hold(collector.mutex);
                 if (collector.done.size() >= static_cast<std::size_t>(count))
                     break;
             }
             ASSERT_LT(QVN::MonotonicMs() - start, 20000u) << "renders did not complete";
-            QVN::SleepMs(5);
         }
         ASSERT_EQ(suite->ReleaseVideoRenderer(1, collector.renderer), 0);
     }
-
     SequenceSource source;
     Collector collector;
     const prsdk::SequenceRenderSuite* suite = SequenceRenderSuiteTable();
@@ -200,13 +173,11 @@ protected:
 
 TEST_F(RenderSuite, EveryFrameCompletesOnceWithItsDataPictureAndLayout) {
     RenderHostOptions options;
-    options.threads = 4;
     options.rowPadding = 20;
     options.unaligned = true;
-    const prsdk::PrPixelFormat unknown = prsdk::MakeFourCC('y', 'u', 'v', 'x');
     RenderAll(options, 100, 40,
-              {unknown, prsdk::PrPixelFormat_BGRA_4444_8u, prsdk::PrPixelFormat_BGRA_4444_32f});
-
+              {prsdk::MakeFourCC('y', 'u', 'v', 'x'), prsdk::PrPixelFormat_BGRA_4444_8u,
+               prsdk::PrPixelFormat_BGRA_4444_32f});
     std::map<std::int64_t, int> seen;
     for (const Completion& c : collector.done) {
         SCOPED_TRACE(c.frame);
@@ -239,23 +210,22 @@ TEST_F(RenderSuite, ForcedFormatsFailedFramesAndUnrenderableRequests) {
     RenderAll(options, 0, 10, {prsdk::PrPixelFormat_BGRA_4444_8u});
     int failed = 0;
     for (const Completion& c : collector.done) {
-        if (c.frame == 5) {
-            ++failed;
-            EXPECT_NE(c.returnVal, 0);
-            EXPECT_FALSE(c.hadFrame);
-            continue;
+        SCOPED_TRACE(c.frame);
+        failed += c.frame == 5;
+        EXPECT_EQ(c.returnVal != 0, c.frame == 5);
+        EXPECT_EQ(c.hadFrame, c.frame != 5);
+        if (c.frame != 5) {
+            EXPECT_EQ(c.format, prsdk::PrPixelFormat_BGRA_4444_16u)
+                << "the forced format, not the requested one";
+            EXPECT_EQ(c.rowBytes, 96 * 8);
+            EXPECT_EQ(c.address % 16, 0u);
         }
-        EXPECT_EQ(c.returnVal, 0);
-        EXPECT_EQ(c.format, prsdk::PrPixelFormat_BGRA_4444_16u) << "the forced format, not the requested one";
-        EXPECT_EQ(c.rowBytes, 96 * 8);
-        EXPECT_EQ(c.address % 16, 0u);
     }
     EXPECT_EQ(failed, 1);
     EXPECT_EQ(RenderHostState().failedRenders, 1u);
-
     // Nothing the host renders in the list: the render completes with an error, and the host says why.
-    EXPECT_EQ(ChooseRenderFormat(nullptr, 0, 0), 0u);
     const prsdk::PrPixelFormat yuv = prsdk::MakeFourCC('y', 'u', 'v', '2');
+    EXPECT_EQ(ChooseRenderFormat(nullptr, 0, 0), 0u);
     EXPECT_EQ(ChooseRenderFormat(&yuv, 1, 0), 0u);
     collector.done.clear();
     ResetRenderHost();
@@ -276,9 +246,8 @@ TEST_F(RenderSuite, SyncRenderAndMisuseOfRenderersAndFrames) {
     ASSERT_EQ(suite->RenderVideoFrame(id, 3 * (kTicksPerSecond / 50), &params, 0, &rec), 0);
     const prsdk::PPixHand frame = rec.outFrame; // by value: the record is packed
     ASSERT_NE(frame, nullptr);
-    const prsdk::PPix2Suite* ppix2 = PPix2SuiteTable();
     std::size_t size = 0;
-    ASSERT_EQ(ppix2->GetSize(frame, &size), 0);
+    ASSERT_EQ(PPix2SuiteTable()->GetSize(frame, &size), 0);
     EXPECT_EQ(size, 48u * 32u * 16u);
     const prsdk::PPixSuite* ppix = PPixSuiteTable();
     EXPECT_EQ(ppix->Dispose(frame), 0);
@@ -286,7 +255,6 @@ TEST_F(RenderSuite, SyncRenderAndMisuseOfRenderersAndFrames) {
     prsdk::PrPixelFormat format = 0;
     EXPECT_LT(ppix->GetPixelFormat(frame, &format), 0);
     EXPECT_EQ(FrameRegistry::Instance().BadDisposals(), 1u);
-
     params.inWidth = 0;
     EXPECT_LT(suite->QueueAsyncVideoFrameRender(id, 0, nullptr, &params, 0, nullptr), 0);
     EXPECT_LT(suite->QueueAsyncVideoFrameRender(id + 99, 0, nullptr, &params, 0, nullptr), 0);

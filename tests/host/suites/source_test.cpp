@@ -1,9 +1,8 @@
 // The sequence source: patterns at every host depth, bottom-up rows with padding, the machine-readable
-// frame number, motion, seeded noise, and raw frames from a file.
+// frame number, motion, seeded noise, raw frames from a file, and recycled frame buffers.
 #include <gtest/gtest.h>
 
 #include <chrono>
-
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -17,44 +16,55 @@
 namespace qvnhost {
 namespace {
 
-std::unique_ptr<HostFrame> Draw(SequenceSource& source, std::int64_t n, prsdk::PrPixelFormat format, int w,
-                                int h, int padding = 0, bool unaligned = false) {
-    FrameLayout layout;
-    layout.format = format;
-    layout.width = w;
-    layout.height = h;
-    layout.rowPadding = padding;
-    layout.unaligned = unaligned;
+constexpr prsdk::PrPixelFormat k8u = prsdk::PrPixelFormat_BGRA_4444_8u,
+                               k16u = prsdk::PrPixelFormat_BGRA_4444_16u,
+                               k32f = prsdk::PrPixelFormat_BGRA_4444_32f;
+
+std::unique_ptr<HostFrame> Draw(SequenceSource& source, std::int64_t n, FrameLayout layout) {
     std::unique_ptr<HostFrame> frame = NewHostFrame(layout);
     std::string error;
     EXPECT_TRUE(source.Render(n, *frame, &error)) << error;
     return frame;
 }
 
-// The green component of picture row y (top-down) of an 8-bit frame, as a plane for the stamp reader.
+// The green components of the picture, top row first, as a plane for the stamp reader.
 std::int64_t StampOf(HostFrame& f) {
     return DecodeFrameStamp(f.TopRow(0) + 1, f.layout.width, f.layout.height, -f.rowBytes, 4);
 }
 
-std::unique_ptr<SequenceSource> Opened(SourceKind kind, std::uint32_t seed = 1) {
+std::unique_ptr<SequenceSource> Opened(SourceOptions o) {
     auto s = std::make_unique<SequenceSource>();
-    SourceOptions o;
-    o.kind = kind;
-    o.seed = seed;
     std::string error;
-    EXPECT_TRUE(s->Open(o, &error));
+    EXPECT_TRUE(s->Open(o, &error)) << error;
     return s;
+}
+std::unique_ptr<SequenceSource> Opened(SourceKind kind, std::uint32_t seed = 1) {
+    return Opened(SourceOptions{kind, "", 0, 0, seed});
+}
+
+// A raw file of `frames` top-down BGRA frames of w x h, each byte from pixel(frame, x, y, component).
+template <class Pixel> std::string RawFile(const char* name, int frames, int w, int h, Pixel pixel) {
+    const auto path = std::filesystem::temp_directory_path() /
+                      (name + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
+    std::FILE* f = std::fopen(path.string().c_str(), "wb");
+    EXPECT_NE(f, nullptr);
+    for (int k = 0; k < frames; ++k)
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
+                for (int c = 0; c < 4; ++c)
+                    std::fputc(pixel(k, x, y, c), f);
+    std::fputc(0, f); // a partial frame at the end is not a frame
+    std::fclose(f);
+    return path.string();
 }
 
 TEST(SequenceSource, EveryDepthHoldsTheSamePictureAndRowsRunBottomUp) {
     for (const SourceKind kind : {SourceKind::Bars, SourceKind::Ramp, SourceKind::Noise}) {
-        const auto owned = Opened(kind);
-        SequenceSource& s = *owned;
-        const int w = 120;
-        const int h = 72;
-        auto f8 = Draw(s, 7, prsdk::PrPixelFormat_BGRA_4444_8u, w, h, 12, true);
-        auto f16 = Draw(s, 7, prsdk::PrPixelFormat_BGRA_4444_16u, w, h, 8);
-        auto f32 = Draw(s, 7, prsdk::PrPixelFormat_BGRA_4444_32f, w, h);
+        const auto s = Opened(kind);
+        const int w = 120, h = 72;
+        auto f8 = Draw(*s, 7, {k8u, w, h, 12, true});
+        auto f16 = Draw(*s, 7, {k16u, w, h, 8});
+        auto f32 = Draw(*s, 7, {k32f, w, h});
         EXPECT_EQ(f8->rowBytes, w * 4 + 12);
         EXPECT_NE(reinterpret_cast<std::uintptr_t>(f8->pixels) % 16, 0u);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(f16->pixels) % 16, 0u);
@@ -80,23 +90,17 @@ TEST(SequenceSource, EveryDepthHoldsTheSamePictureAndRowsRunBottomUp) {
 }
 
 TEST(SequenceSource, StampsReadBackAtEverySizeAndOnlyWhenPresent) {
-    const auto owned = Opened(SourceKind::Bars);
-    SequenceSource& s = *owned;
-    for (const auto& [w, h] : {std::pair{24, 16}, {100, 40}, {720, 480}, {1920, 1080}}) {
-        for (const std::int64_t n : {0LL, 1LL, 2LL, 0x5A5A5LL, (1LL << 20) - 1}) {
-            auto f = Draw(s, n, prsdk::PrPixelFormat_BGRA_4444_8u, w, h);
-            EXPECT_EQ(StampOf(*f), n) << w << "x" << h;
-        }
-    }
-    // Beyond 20 bits the band wraps.
-    auto big = Draw(s, (1LL << 20) + 3, prsdk::PrPixelFormat_BGRA_4444_8u, 240, 96);
-    EXPECT_EQ(StampOf(*big), 3);
+    const auto s = Opened(SourceKind::Bars);
+    for (const auto& [w, h] : {std::pair{24, 16}, {100, 40}, {720, 480}, {1920, 1080}})
+        for (const std::int64_t n : {0LL, 1LL, 2LL, 0x5A5A5LL, (1LL << 20) - 1})
+            EXPECT_EQ(StampOf(*Draw(*s, n, {k8u, w, h})), n) << w << "x" << h;
+    EXPECT_EQ(StampOf(*Draw(*s, (1LL << 20) + 3, {k8u, 240, 96})), 3) << "beyond 20 bits the band wraps";
     // A black or a white picture is no frame number; nor is one wrong bit.
     std::vector<std::uint8_t> plane(240 * 96, 0);
     EXPECT_EQ(DecodeFrameStamp(plane.data(), 240, 96, 240), -1);
     std::fill(plane.begin(), plane.end(), 255);
     EXPECT_EQ(DecodeFrameStamp(plane.data(), 240, 96, 240), -1);
-    auto f = Draw(s, 12345, prsdk::PrPixelFormat_BGRA_4444_8u, 240, 96);
+    auto f = Draw(*s, 12345, {k8u, 240, 96});
     const int cell = 240 / kStampCells;
     for (int y = 0; y < StampBandHeight(96); ++y) // flip the least significant data bit
         for (int x = 19 * cell; x < 20 * cell; ++x)
@@ -105,95 +109,53 @@ TEST(SequenceSource, StampsReadBackAtEverySizeAndOnlyWhenPresent) {
 }
 
 TEST(SequenceSource, PatternsMoveFromFrameToFrameAndNoiseFollowsTheSeed) {
-    const auto barsOwned = Opened(SourceKind::Bars);
-    SequenceSource& bars = *barsOwned;
-    const int w = 320;
-    const int h = 180;
+    const int w = 320, h = 180;
     const int below = StampBandHeight(h) + 24 * (h / 72); // under the band and the digits
-    const auto Differs = [&](HostFrame& a, HostFrame& b) {
+    const auto differs = [&](const std::unique_ptr<HostFrame>& a, const std::unique_ptr<HostFrame>& b) {
         for (int y = below; y < h; ++y)
-            if (std::memcmp(a.TopRow(y), b.TopRow(y), static_cast<std::size_t>(w) * 4) != 0)
+            if (std::memcmp(a->TopRow(y), b->TopRow(y), static_cast<std::size_t>(w) * 4) != 0)
                 return true;
         return false;
     };
-    auto a = Draw(bars, 40, prsdk::PrPixelFormat_BGRA_4444_8u, w, h);
-    auto again = Draw(bars, 40, prsdk::PrPixelFormat_BGRA_4444_8u, w, h);
-    auto next = Draw(bars, 41, prsdk::PrPixelFormat_BGRA_4444_8u, w, h);
-    EXPECT_FALSE(Differs(*a, *again));
-    EXPECT_TRUE(Differs(*a, *next)) << "the box moved";
-
+    const auto bars = Opened(SourceKind::Bars);
+    auto a = Draw(*bars, 40, {k8u, w, h});
+    EXPECT_FALSE(differs(a, Draw(*bars, 40, {k8u, w, h})));
+    EXPECT_TRUE(differs(a, Draw(*bars, 41, {k8u, w, h}))) << "the box moved";
     // Ramp: the grey band rises from 0 at the left to 255 at the right.
-    const auto rampOwned = Opened(SourceKind::Ramp);
-    SequenceSource& ramp = *rampOwned;
-    auto r = Draw(ramp, 0, prsdk::PrPixelFormat_BGRA_4444_8u, w, h);
-    const std::uint8_t* row = r->TopRow(h / 4 - 1);
-    EXPECT_EQ(row[0], 0);
-    EXPECT_EQ(row[(w - 1) * 4], 255);
-
-    const auto n1Owned = Opened(SourceKind::Noise, 1);
-    SequenceSource& n1 = *n1Owned;
-    const auto n1bOwned = Opened(SourceKind::Noise, 1);
-    SequenceSource& n1b = *n1bOwned;
-    const auto n2Owned = Opened(SourceKind::Noise, 2);
-    SequenceSource& n2 = *n2Owned;
-    auto x = Draw(n1, 5, prsdk::PrPixelFormat_BGRA_4444_8u, w, h);
-    EXPECT_FALSE(Differs(*x, *Draw(n1b, 5, prsdk::PrPixelFormat_BGRA_4444_8u, w, h)));
-    EXPECT_TRUE(Differs(*x, *Draw(n2, 5, prsdk::PrPixelFormat_BGRA_4444_8u, w, h)));
-    EXPECT_TRUE(Differs(*x, *Draw(n1, 6, prsdk::PrPixelFormat_BGRA_4444_8u, w, h)));
+    auto r = Draw(*Opened(SourceKind::Ramp), 0, {k8u, w, h});
+    EXPECT_EQ(r->TopRow(h / 4 - 1)[0], 0);
+    EXPECT_EQ(r->TopRow(h / 4 - 1)[(w - 1) * 4], 255);
+    const auto n1 = Opened(SourceKind::Noise, 1);
+    auto x = Draw(*n1, 5, {k8u, w, h});
+    EXPECT_FALSE(differs(x, Draw(*Opened(SourceKind::Noise, 1), 5, {k8u, w, h})));
+    EXPECT_TRUE(differs(x, Draw(*Opened(SourceKind::Noise, 2), 5, {k8u, w, h})));
+    EXPECT_TRUE(differs(x, Draw(*n1, 6, {k8u, w, h})));
     EXPECT_EQ(StampOf(*x), 5);
 }
 
 TEST(SequenceSource, RawFramesArePresentedBottomUpAndScaled) {
-    // Three 8x4 top-down BGRA frames; pixel (x, y) of frame k holds k, x, y, 200.
-    const auto path = std::filesystem::temp_directory_path() /
-                      ("qvn_source_test_" +
-                       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".raw");
-    {
-        std::FILE* f = std::fopen(path.string().c_str(), "wb");
-        ASSERT_NE(f, nullptr);
-        for (std::uint8_t k = 0; k < 3; ++k)
-            for (std::uint8_t y = 0; y < 4; ++y)
-                for (std::uint8_t x = 0; x < 8; ++x) {
-                    const std::uint8_t px[4] = {k, x, y, 200};
-                    std::fwrite(px, 1, 4, f);
-                }
-        std::fputc(0, f); // a partial frame at the end is not a frame
-        std::fclose(f);
-    }
-    SequenceSource s;
-    SourceOptions o;
-    o.kind = SourceKind::Raw;
-    o.rawPath = path.string();
-    o.rawWidth = 8;
-    o.rawHeight = 4;
-    std::string error;
-    ASSERT_TRUE(s.Open(o, &error)) << error;
-    EXPECT_EQ(s.RawFrameCount(), 3);
-
-    auto f = Draw(s, 2, prsdk::PrPixelFormat_BGRA_4444_8u, 8, 4, 4);
+    // Three 8x4 frames; pixel (x, y) of frame k holds k, x, y, 200.
+    const std::string path = RawFile("qvn_source_test_", 3, 8, 4, [](int k, int x, int y, int c) {
+        return c == 0 ? k : c == 1 ? x : c == 2 ? y : 200;
+    });
+    const auto s = Opened(SourceOptions{SourceKind::Raw, path, 8, 4});
+    EXPECT_EQ(s->RawFrameCount(), 3);
+    auto f = Draw(*s, 2, {k8u, 8, 4, 4});
     for (int y = 0; y < 4; ++y)
-        for (int x = 0; x < 8; ++x) {
-            const std::uint8_t* px = f->TopRow(y) + x * 4;
-            EXPECT_EQ(px[0], 2);
-            EXPECT_EQ(px[1], x);
-            EXPECT_EQ(px[2], y);
-        }
+        for (int x = 0; x < 8; ++x)
+            EXPECT_EQ(std::vector<int>(f->TopRow(y) + x * 4, f->TopRow(y) + x * 4 + 3),
+                      (std::vector<int>{2, x, y}));
     EXPECT_EQ(f->pixels[2], 3) << "the first row in memory is the picture's last";
-
     // Twice the size: each source pixel covers 2x2.
-    auto big = Draw(s, 1, prsdk::PrPixelFormat_BGRA_4444_16u, 16, 8);
+    auto big = Draw(*s, 1, {k16u, 16, 8});
     const auto* px = reinterpret_cast<const std::uint16_t*>(big->TopRow(5) + 9 * 8);
     EXPECT_EQ(px[1], std::lround(4 * 32768.0 / 255.0));
     EXPECT_EQ(px[2], std::lround(2 * 32768.0 / 255.0));
-
-    FrameLayout layout;
-    layout.width = 8;
-    layout.height = 4;
-    auto past = NewHostFrame(layout);
-    EXPECT_FALSE(s.Render(3, *past, &error));
+    auto past = NewHostFrame({k8u, 8, 4});
+    std::string error;
+    EXPECT_FALSE(s->Render(3, *past, &error));
     EXPECT_NE(error.find("past its end"), std::string::npos) << error;
     std::filesystem::remove(path);
-
     SourceOptions parsed;
     EXPECT_TRUE(ParseSourceName("raw:-", &parsed, &error));
     EXPECT_EQ(parsed.rawPath, "-");
@@ -204,85 +166,55 @@ TEST(SequenceSource, RawFramesArePresentedBottomUpAndScaled) {
 // Every byte of frame n drawn into a recycled buffer, padding included, matches n drawn into zeroed memory,
 // whatever the buffer held before: an earlier picture and a module's scribbles.
 TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBefore) {
-    const auto path = std::filesystem::temp_directory_path() /
-                      ("qvn_recycle_test_" +
-                       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".raw");
-    {
-        // Two 40x24 frames: seeded bytes in the first, a solid grey in the second.
-        std::FILE* f = std::fopen(path.string().c_str(), "wb");
-        ASSERT_NE(f, nullptr);
-        std::uint32_t state = 12345;
-        for (int i = 0; i < 40 * 24 * 4; ++i) {
-            state = state * 1664525u + 1013904223u;
-            std::fputc(static_cast<int>(state >> 24), f);
-        }
-        for (int i = 0; i < 40 * 24 * 4; ++i)
-            std::fputc(i % 4 == 3 ? 255 : 90, f);
-        std::fclose(f);
-    }
-    SourceOptions rawOptions;
-    rawOptions.kind = SourceKind::Raw;
-    rawOptions.rawPath = path.string();
-    rawOptions.rawWidth = 40;
-    rawOptions.rawHeight = 24;
-
+    // Two 40x24 frames: seeded bytes in the first, a solid grey in the second.
+    std::uint32_t state = 12345;
+    const std::string path = RawFile("qvn_recycle_test_", 2, 40, 24, [&state](int k, int, int, int c) {
+        state = state * 1664525u + 1013904223u;
+        return k == 0 ? static_cast<int>(state >> 24) : c == 3 ? 255 : 90;
+    });
     FrameRegistry& registry = FrameRegistry::Instance();
     registry.Reset();
     for (const SourceKind kind : {SourceKind::Bars, SourceKind::Ramp, SourceKind::Noise, SourceKind::Raw}) {
-        SequenceSource source;
-        std::string error;
-        ASSERT_TRUE(
-            source.Open(kind == SourceKind::Raw ? rawOptions : SourceOptions{kind, "", 0, 0, 9}, &error))
-            << error;
-        struct Case {
-            prsdk::PrPixelFormat format;
-            int w, h, padding;
-            bool unaligned;
-        };
+        const auto source = Opened(kind == SourceKind::Raw ? SourceOptions{kind, path, 40, 24}
+                                                           : SourceOptions{kind, "", 0, 0, 9});
         // 40x24 is the raw frames' own size; 64x36 scales them.
-        for (const Case c : {Case{prsdk::PrPixelFormat_BGRA_4444_8u, 40, 24, 12, true},
-                             Case{prsdk::PrPixelFormat_BGRA_4444_8u, 64, 36, 0, false},
-                             Case{prsdk::PrPixelFormat_BGRA_4444_16u, 40, 24, 8, false},
-                             Case{prsdk::PrPixelFormat_BGRA_4444_32f, 64, 36, 4, true}}) {
-            SCOPED_TRACE(testing::Message() << "source " << static_cast<int>(kind) << ", " << c.w << "x"
-                                            << c.h << ", " << BytesPerPixel(c.format) << " bytes a pixel");
-            FrameLayout layout;
-            layout.format = c.format;
-            layout.width = c.w;
-            layout.height = c.h;
-            layout.rowPadding = c.padding;
-            layout.unaligned = c.unaligned;
+        for (const FrameLayout layout :
+             {FrameLayout{k8u, 40, 24, 12, true}, FrameLayout{k8u, 64, 36, 0, false},
+              FrameLayout{k16u, 40, 24, 8, false}, FrameLayout{k32f, 64, 36, 4, true}}) {
+            const int padding = layout.rowPadding;
+            SCOPED_TRACE(testing::Message()
+                         << "source " << static_cast<int>(kind) << ", " << layout.width << "x"
+                         << layout.height << ", " << BytesPerPixel(layout.format) << " bytes a pixel");
             // Frame 0 then frame 1 in the same buffer, and back: the box, the stamp and the raw picture all
             // change between them.
             for (const auto& [before, after] : {std::pair<std::int64_t, std::int64_t>{0, 1}, {1, 0}}) {
+                std::string error;
                 HostFrame* first = registry.Make(layout);
                 ASSERT_NE(first, nullptr);
-                ASSERT_TRUE(source.Render(before, *first, &error)) << error;
+                ASSERT_TRUE(source->Render(before, *first, &error)) << error;
                 // What a module may leave behind: anything, padding included.
                 std::memset(first->pixels + first->Size() / 3, 0xA5, first->Size() / 3);
-                for (int y = 0; y < c.h; ++y)
-                    std::memset(first->TopRow(y) + (first->rowBytes - c.padding), 0x5A,
-                                static_cast<std::size_t>(c.padding));
+                for (int y = 0; y < layout.height; ++y)
+                    std::memset(first->TopRow(y) + (first->rowBytes - padding), 0x5A,
+                                static_cast<std::size_t>(padding));
                 unsigned char* const address = first->pixels;
                 const std::uint64_t recycled = registry.Recycled();
                 ASSERT_TRUE(registry.Dispose(first->Handle()));
-
                 HostFrame* second = registry.Make(layout);
                 ASSERT_NE(second, nullptr);
                 EXPECT_EQ(registry.Recycled(), recycled + 1);
                 EXPECT_EQ(second->pixels, address) << "the same buffer, placed the same way";
-                EXPECT_EQ(reinterpret_cast<std::uintptr_t>(second->pixels) % 64, c.unaligned ? 4u : 0u);
-                EXPECT_EQ(second->rowBytes, c.w * BytesPerPixel(c.format) + c.padding);
-                ASSERT_TRUE(source.Render(after, *second, &error)) << error;
-                std::unique_ptr<HostFrame> clean = NewHostFrame(layout);
-                ASSERT_TRUE(source.Render(after, *clean, &error)) << error;
+                EXPECT_EQ(reinterpret_cast<std::uintptr_t>(second->pixels) % 64, layout.unaligned ? 4u : 0u);
+                EXPECT_EQ(second->rowBytes, layout.width * BytesPerPixel(layout.format) + padding);
+                ASSERT_TRUE(source->Render(after, *second, &error)) << error;
+                const std::unique_ptr<HostFrame> clean = Draw(*source, after, layout);
                 ASSERT_EQ(second->Size(), clean->Size());
-                for (int y = 0; y < c.h; ++y)
+                for (int y = 0; y < layout.height; ++y)
                     ASSERT_EQ(std::memcmp(second->TopRow(y), clean->TopRow(y),
                                           static_cast<std::size_t>(second->rowBytes)),
                               0)
                         << "row " << y << " of frame " << after << " after frame " << before;
-                if (kind != SourceKind::Raw && c.format == prsdk::PrPixelFormat_BGRA_4444_8u) {
+                if (kind != SourceKind::Raw && layout.format == k8u) {
                     EXPECT_EQ(StampOf(*second), after);
                 }
                 ASSERT_TRUE(registry.Dispose(second->Handle()));
@@ -296,11 +228,10 @@ TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBefore) {
 TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
     FrameRegistry& registry = FrameRegistry::Instance();
     registry.Reset();
-    FrameLayout layout;
-    layout.width = 64;
-    layout.height = 32;
+    const FrameLayout layout{k8u, 64, 32};
     const std::size_t size = 64 * 32 * 4;
-
+    const auto pool = [&registry] { return std::pair(registry.Pooled(), registry.PooledBytes()); };
+    const auto dispose = [&registry](HostFrame* f) { ASSERT_TRUE(registry.Dispose(f->Handle())); };
     // Ten frames alive at once come back to a pool of four: the oldest returned are let go.
     registry.SetPoolLimits(4, std::size_t{1} << 30);
     std::vector<HostFrame*> frames;
@@ -310,65 +241,48 @@ TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
     std::vector<unsigned char*> addresses;
     for (HostFrame* f : frames) {
         addresses.push_back(f->pixels);
-        ASSERT_TRUE(registry.Dispose(f->Handle()));
+        dispose(f);
         EXPECT_LE(registry.Pooled(), 4u);
     }
-    EXPECT_EQ(registry.Pooled(), 4u);
-    EXPECT_EQ(registry.PooledBytes(), 4 * size);
+    EXPECT_EQ(pool(), std::pair(std::size_t{4}, 4 * size));
     EXPECT_EQ(registry.Live(), 0u);
-
     // The newest come out first; the fifth frame is a new buffer.
     frames.clear();
     for (int i = 0; i < 5; ++i)
         frames.push_back(registry.Make(layout));
     EXPECT_EQ(registry.Recycled(), 4u);
     EXPECT_EQ(registry.Pooled(), 0u);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(frames[static_cast<std::size_t>(i)]->pixels, addresses[static_cast<std::size_t>(9 - i)]);
+    for (std::size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(frames[i]->pixels, addresses[9 - i]);
     for (HostFrame* f : frames)
-        ASSERT_TRUE(registry.Dispose(f->Handle()));
+        dispose(f);
     EXPECT_EQ(registry.Pooled(), 4u);
-
     // A byte budget for two frames trims the pool at once; a frame larger than the budget is not kept.
     registry.SetPoolLimits(100, 2 * size + 1);
-    EXPECT_EQ(registry.Pooled(), 2u);
+    EXPECT_EQ(pool(), std::pair(std::size_t{2}, 2 * size));
+    dispose(registry.Make({k8u, 64, 96}));
     EXPECT_EQ(registry.PooledBytes(), 2 * size);
-    FrameLayout big = layout;
-    big.height = 96;
-    ASSERT_TRUE(registry.Dispose(registry.Make(big)->Handle()));
-    EXPECT_EQ(registry.PooledBytes(), 2 * size);
-
     // Another size or placement takes no pooled buffer; returned, they push the older ones out.
-    FrameLayout padded = layout;
-    padded.rowPadding = 16;
-    FrameLayout unaligned = layout;
-    unaligned.unaligned = true;
     const std::uint64_t recycled = registry.Recycled();
-    HostFrame* a = registry.Make(padded);
-    HostFrame* b = registry.Make(unaligned);
+    HostFrame* padded = registry.Make({k8u, 64, 32, 16});
+    HostFrame* unaligned = registry.Make({k8u, 64, 32, 0, true});
     EXPECT_EQ(registry.Recycled(), recycled);
     EXPECT_EQ(registry.Pooled(), 2u);
-    ASSERT_TRUE(registry.Dispose(a->Handle()));
-    ASSERT_TRUE(registry.Dispose(b->Handle()));
-    EXPECT_EQ(registry.Pooled(), 1u) << "a padded and two plain frames are over the budget";
-    EXPECT_EQ(registry.PooledBytes(), size);
-    HostFrame* again = registry.Make(unaligned);
+    dispose(padded);
+    dispose(unaligned);
+    EXPECT_EQ(pool(), std::pair(std::size_t{1}, size)) << "a padded and two plain frames are over the budget";
+    dispose(registry.Make({k8u, 64, 32, 0, true}));
     EXPECT_EQ(registry.Recycled(), recycled + 1) << "the newest, the unaligned frame's, is what is left";
-    ASSERT_TRUE(registry.Dispose(again->Handle()));
-
     // A disposed handle stays dead though its buffer lives on in another frame.
-    HostFrame* c = registry.Make(layout);
-    const prsdk::PPixHand old = c->Handle();
+    const prsdk::PPixHand old = registry.Make(layout)->Handle();
     ASSERT_TRUE(registry.Dispose(old));
     HostFrame* d = registry.Make(layout);
     if (d->Handle() != old) {
         EXPECT_FALSE(registry.Dispose(old));
     }
-    ASSERT_TRUE(registry.Dispose(d->Handle()));
-
+    dispose(d);
     registry.Reset();
-    EXPECT_EQ(registry.Pooled(), 0u);
-    EXPECT_EQ(registry.PooledBytes(), 0u);
+    EXPECT_EQ(pool(), std::pair(std::size_t{0}, std::size_t{0}));
     EXPECT_EQ(registry.Recycled(), 0u);
 }
 

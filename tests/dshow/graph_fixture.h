@@ -21,7 +21,6 @@ protected:
         }
         return 0;
     }
-
     void SetUp() override {
         done_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         watchdog_ = CreateThread(nullptr, 0, Watchdog, done_, 0, nullptr);
@@ -32,19 +31,14 @@ protected:
         ASSERT_EQ(S_OK, graph->QueryInterface(IID_IMediaControl, reinterpret_cast<void**>(&control)));
         ASSERT_EQ(S_OK, graph->QueryInterface(IID_IMediaEvent, reinterpret_cast<void**>(&events)));
     }
-
     // Derived fixtures release their filters first, then call this.
     void TearDown() override {
-        if (control != nullptr) {
+        if (control != nullptr)
             control->Stop();
-            control->Release();
-        }
-        if (events != nullptr) {
-            events->Release();
-        }
-        if (graph != nullptr) {
-            graph->Release();
-        }
+        for (IUnknown* u :
+             {static_cast<IUnknown*>(control), static_cast<IUnknown*>(events), static_cast<IUnknown*>(graph)})
+            if (u != nullptr)
+                u->Release();
         ReleaseFilters();
         EXPECT_EQ(baseline_, CBaseObject::ObjectsActive()) << "objects of ours left alive";
         CoUninitialize();
@@ -53,39 +47,31 @@ protected:
         CloseHandle(watchdog_);
         CloseHandle(done_);
     }
-
     virtual void ReleaseFilters() {}
-
     // Waits for an event of the given code, passing over others; false after the time-out.
     bool WaitForEvent(long code, LONG_PTR* param1 = nullptr, LONG_PTR* param2 = nullptr, DWORD ms = 5000) {
         const DWORD deadline = GetTickCount() + ms;
         while (static_cast<LONG>(deadline - GetTickCount()) > 0) {
             long got = 0;
             LONG_PTR p1 = 0, p2 = 0;
-            if (events->GetEvent(&got, &p1, &p2, 50) != S_OK) {
+            if (events->GetEvent(&got, &p1, &p2, 50) != S_OK)
                 continue;
-            }
             events->FreeEventParams(got, p1, p2);
-            if (got == code) {
-                if (param1 != nullptr) {
-                    *param1 = p1;
-                }
-                if (param2 != nullptr) {
-                    *param2 = p2;
-                }
-                return true;
-            }
+            if (got != code)
+                continue;
+            if (param1 != nullptr)
+                *param1 = p1;
+            if (param2 != nullptr)
+                *param2 = p2;
+            return true;
         }
         return false;
     }
-
     template <class Condition> static bool WaitUntil(Condition condition) {
-        for (int i = 0; i < 500 && !condition(); ++i) {
+        for (int i = 0; i < 500 && !condition(); ++i)
             Sleep(10);
-        }
         return condition();
     }
-
     IGraphBuilder* graph = nullptr;
     IMediaControl* control = nullptr;
     IMediaEvent* events = nullptr;

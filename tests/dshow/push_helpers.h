@@ -49,12 +49,10 @@ inline std::vector<void*> Produce(CPushSourcePin* pin, int count,
         BYTE* buffer = static_cast<BYTE*>(free.back());
         free.pop_back();
         // A refused buffer ends the pushing; the caller's checks of what arrived tell.
-        if (pin->DeliverBuffer(buffer, fill(k, buffer)) != S_OK) {
+        if (pin->DeliverBuffer(buffer, fill(k, buffer)) != S_OK)
             break;
-        }
-        if (seed != 0 && rng() % 16 == 0) {
+        if (seed != 0 && rng() % 16 == 0)
             Sleep(rng() % 3);
-        }
     }
     pin->SignalEndOfStream();
     return free;

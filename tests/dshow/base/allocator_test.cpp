@@ -1,11 +1,9 @@
-// CMemAllocator: property refusals with their codes and the rounding, decommit with samples out (the
-// allocator outlives its last reference until the last sample is back), GetBuffer's blocking and NOWAIT,
-// and the release callback.
+// CMemAllocator: property refusals and rounding, decommit with samples out (the allocator outlives its last
+// reference until the last sample is back), a recommit cancelling a pending decommit, the release callback.
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <thread>
+#include <tuple>
 #include <utility>
 
 #include "dshow/base/base_allocator.h"
@@ -14,7 +12,7 @@ namespace {
 
 // Counts the calls that let the samples' memory go.
 struct CountingAllocator : CMemAllocator {
-    CountingAllocator(HRESULT* phr) : CMemAllocator(L"test", nullptr, phr) {}
+    explicit CountingAllocator(HRESULT* phr) : CMemAllocator(L"test", nullptr, phr) {}
     int frees = 0;
     void Free() override {
         ++frees;
@@ -22,27 +20,16 @@ struct CountingAllocator : CMemAllocator {
     }
 };
 
-// A fresh allocator with one reference, released at the end.
-struct Allocator {
-    HRESULT hr = S_OK;
-    CountingAllocator* a = new CountingAllocator(&hr);
-    Allocator() { a->AddRef(); }
-    ~Allocator() {
-        if (a != nullptr) {
-            a->Decommit();
-            a->Release();
-        }
-    }
-    HRESULT Set(ALLOCATOR_PROPERTIES request) {
-        ALLOCATOR_PROPERTIES actual{};
-        return a->SetProperties(&request, &actual);
-    }
-    IMediaSample* Get(DWORD flags = 0) {
-        IMediaSample* s = nullptr;
-        EXPECT_EQ(a->GetBuffer(&s, nullptr, nullptr, flags), S_OK);
-        return s;
-    }
-};
+HRESULT Set(IMemAllocator* a, ALLOCATOR_PROPERTIES request, ALLOCATOR_PROPERTIES* actual = nullptr) {
+    ALLOCATOR_PROPERTIES ignored{};
+    return a->SetProperties(&request, actual != nullptr ? actual : &ignored);
+}
+
+IMediaSample* Get(IMemAllocator* a, HRESULT expected = S_OK) {
+    IMediaSample* s = reinterpret_cast<IMediaSample*>(1);
+    EXPECT_EQ(a->GetBuffer(&s, nullptr, nullptr, AM_GBF_NOWAIT), expected);
+    return s;
+}
 
 struct ReleaseCounter : IMemAllocatorNotifyCallbackTemp {
     IMemAllocatorCallbackTemp* allocator = nullptr;
@@ -59,9 +46,11 @@ struct ReleaseCounter : IMemAllocatorNotifyCallbackTemp {
 };
 
 TEST(Allocator, PropertiesAreRefusedWithTheirCodesAndRoundedToTheAlignment) {
-    Allocator x;
+    HRESULT hr = S_OK;
+    CountingAllocator* x = new CountingAllocator(&hr);
+    x->AddRef();
     ALLOCATOR_PROPERTIES actual{};
-    EXPECT_EQ(x.a->SetProperties(nullptr, &actual), E_POINTER);
+    EXPECT_EQ(x->SetProperties(nullptr, &actual), E_POINTER);
     const struct {
         ALLOCATOR_PROPERTIES request;
         HRESULT hr;
@@ -74,121 +63,83 @@ TEST(Allocator, PropertiesAreRefusedWithTheirCodesAndRoundedToTheAlignment) {
         {{2, 97, 65536, 0}, S_OK, 65536},
     };
     for (const auto& c : cases) {
-        ALLOCATOR_PROPERTIES request = c.request;
         actual = {-1, -1, -1, -1};
-        EXPECT_EQ(x.a->SetProperties(&request, &actual), c.hr)
-            << c.request.cbAlign << " " << c.request.cbBuffer;
+        EXPECT_EQ(Set(x, c.request, &actual), c.hr) << c.request.cbAlign << " " << c.request.cbBuffer;
         EXPECT_EQ(actual.cbBuffer, c.size);
     }
     // Unusable sizes pass SetProperties and are refused by Commit.
-    EXPECT_EQ(x.a->GetBuffer(nullptr, nullptr, nullptr, 0), E_POINTER);
-    ASSERT_EQ(x.Set({0, 100, 1, 0}), S_OK);
-    EXPECT_EQ(x.a->Commit(), VFW_E_SIZENOTSET);
-    IMediaSample* s = nullptr;
-    EXPECT_EQ(x.a->GetBuffer(&s, nullptr, nullptr, 0), VFW_E_NOT_COMMITTED);
+    EXPECT_EQ(x->GetBuffer(nullptr, nullptr, nullptr, 0), E_POINTER);
+    ASSERT_EQ(Set(x, {0, 100, 1, 0}), S_OK);
+    EXPECT_EQ(x->Commit(), VFW_E_SIZENOTSET);
+    EXPECT_EQ(Get(x, VFW_E_NOT_COMMITTED), nullptr);
     // Every buffer sits after its prefix at the alignment, in its own unit.
-    ASSERT_EQ(x.Set({3, 100, 64, 8}), S_OK);
-    ASSERT_EQ(x.a->Commit(), S_OK);
-    EXPECT_EQ(x.Set({3, 100, 64, 8}), VFW_E_ALREADY_COMMITTED);
+    ASSERT_EQ(Set(x, {3, 100, 64, 8}), S_OK);
+    ASSERT_EQ(x->Commit(), S_OK);
+    EXPECT_EQ(Set(x, {3, 100, 64, 8}), VFW_E_ALREADY_COMMITTED);
     IMediaSample* out[3];
     BYTE* previous = nullptr;
     for (IMediaSample*& o : out) {
-        o = x.Get();
         BYTE* p = nullptr;
-        o->GetPointer(&p);
-        EXPECT_EQ((reinterpret_cast<ULONG_PTR>(p) - 8) % 64, 0u);
-        EXPECT_EQ(o->GetSize(), 120);
+        (o = Get(x))->GetPointer(&p);
+        EXPECT_EQ(std::tuple((reinterpret_cast<ULONG_PTR>(p) - 8) % 64, o->GetSize()), std::tuple(0u, 120));
         EXPECT_NE(p, previous);
         previous = p;
     }
-    x.a->Decommit();
-    EXPECT_EQ(x.Set({3, 100, 64, 8}), VFW_E_BUFFERS_OUTSTANDING);
-    for (IMediaSample* o : out) {
+    EXPECT_EQ(Get(x, VFW_E_TIMEOUT), nullptr) << "all three out, no wait";
+    x->Decommit();
+    EXPECT_EQ(Set(x, {3, 100, 64, 8}), VFW_E_BUFFERS_OUTSTANDING);
+    for (IMediaSample* o : out)
         o->Release();
-    }
-    EXPECT_EQ(x.Set({3, 100, 64, 8}), S_OK);
+    EXPECT_EQ(Set(x, {3, 100, 64, 8}), S_OK);
+    x->Release();
 }
 
-TEST(Allocator, GetBufferBlocksUntilAReleaseAndDecommitWaitsForTheLastSample) {
-    Allocator x;
-    ASSERT_EQ(x.Set({2, 16, 1, 0}), S_OK);
-    ASSERT_EQ(x.a->Commit(), S_OK);
-    IMediaSample* first = x.Get();
-    IMediaSample* second = x.Get();
-    IMediaSample* none = reinterpret_cast<IMediaSample*>(1);
-    const auto before = std::chrono::steady_clock::now();
-    EXPECT_EQ(x.a->GetBuffer(&none, nullptr, nullptr, AM_GBF_NOWAIT), VFW_E_TIMEOUT);
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
-    EXPECT_EQ(none, nullptr);
-    // A third take blocks until a sample comes back from another thread, and gets that sample.
-    std::atomic<IMediaSample*> third{nullptr};
-    std::thread taker([&] { third = x.Get(); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    EXPECT_EQ(third.load(), nullptr);
-    second->SetSyncPoint(TRUE);
-    second->SetDiscontinuity(TRUE);
-    second->Release();
-    taker.join();
-    ASSERT_EQ(third.load(), second);
-    EXPECT_EQ(second->IsSyncPoint(), S_FALSE); // the flags went with the last delivery
-    EXPECT_EQ(second->IsDiscontinuity(), S_FALSE);
-    // Decommit wakes a blocked taker with VFW_E_NOT_COMMITTED.
-    std::atomic<HRESULT> blocked{S_OK};
-    std::thread waiter([&] {
-        IMediaSample* s = nullptr;
-        blocked = x.a->GetBuffer(&s, nullptr, nullptr, 0);
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    const LONG objects = CBaseObject::ObjectsActive();
-    x.a->Decommit();
-    waiter.join();
-    EXPECT_EQ(blocked.load(), VFW_E_NOT_COMMITTED);
-    // With samples out, the allocator outlives the caller's last reference; the last sample frees it.
-    x.a->Release();
-    x.a = nullptr;
-    EXPECT_EQ(CBaseObject::ObjectsActive(), objects);
-    first->Release();
-    EXPECT_EQ(CBaseObject::ObjectsActive(), objects);
-    third.load()->Release();
-    EXPECT_EQ(CBaseObject::ObjectsActive(), objects - 3); // the allocator and its two samples
-}
-
-TEST(Allocator, RecommitCancelsAPendingDecommitAndTheReleaseCallbackSeesEachReturn) {
+TEST(Allocator, DecommitWaitsForTheLastSampleARecommitCancelsItAndTheReleaseCallbackSeesEachReturn) {
     const LONG atStart = CBaseObject::ObjectsActive();
-    Allocator x;
+    HRESULT hr = S_OK;
+    CountingAllocator* x = new CountingAllocator(&hr);
+    x->AddRef();
     IMemAllocatorCallbackTemp* callback = nullptr;
-    ASSERT_EQ(x.a->QueryInterface(IID_IMemAllocatorCallbackTemp, reinterpret_cast<void**>(&callback)), S_OK);
+    ASSERT_EQ(x->QueryInterface(IID_IMemAllocatorCallbackTemp, reinterpret_cast<void**>(&callback)), S_OK);
     ReleaseCounter counter;
     counter.allocator = callback;
     EXPECT_EQ(callback->SetNotify(&counter), S_OK);
-    ASSERT_EQ(x.Set({3, 16, 1, 0}), S_OK);
+    ASSERT_EQ(Set(x, {3, 16, 1, 0}), S_OK);
     LONG free = 0;
     EXPECT_EQ(callback->GetFreeCount(&free), S_OK);
     EXPECT_EQ(free, 3); // samples not yet made count as free
-    ASSERT_EQ(x.a->Commit(), S_OK);
-    IMediaSample* a = x.Get();
-    IMediaSample* b = x.Get();
+    ASSERT_EQ(x->Commit(), S_OK);
+    IMediaSample* a = Get(x);
+    IMediaSample* b = Get(x);
+    b->SetSyncPoint(TRUE);
+    b->SetDiscontinuity(TRUE);
     EXPECT_EQ(callback->GetFreeCount(&free), S_OK);
     EXPECT_EQ(free, 1);
-    x.a->Decommit();
-    IMediaSample* s = nullptr;
-    EXPECT_EQ(x.a->GetBuffer(&s, nullptr, nullptr, 0), VFW_E_NOT_COMMITTED);
+    x->Decommit();
+    EXPECT_EQ(Get(x, VFW_E_NOT_COMMITTED), nullptr);
     const LONG objects = CBaseObject::ObjectsActive();
-    EXPECT_EQ(x.a->Commit(), S_OK); // the samples out stay valid and come back to a live allocator
+    EXPECT_EQ(x->Commit(), S_OK); // the samples out stay valid and come back to a live allocator
     a->Release();
     EXPECT_EQ(std::pair(counter.calls.load(), counter.freeSeen), std::pair(1, 2L)); // calls, free count seen
     EXPECT_EQ(CBaseObject::ObjectsActive(), objects);
-    EXPECT_EQ(x.Get(), a); // the most recently returned sample is handed out first
+    EXPECT_EQ(Get(x), a); // the most recently returned sample is handed out first
     a->Release();
     b->Release();
-    EXPECT_EQ(x.a->frees, 0); // every sample back, but committed again: the memory stays
+    EXPECT_EQ(x->frees, 0); // every sample back, but committed again: the memory stays
     EXPECT_EQ(std::pair(counter.calls.load(), counter.freeSeen), std::pair(3, 3L));
     callback->SetNotify(nullptr);
     callback->Release();
-    x.a->Decommit();
-    EXPECT_EQ(x.a->frees, 1);
-    x.a->Release();
-    x.a = nullptr;
+    EXPECT_EQ(Get(x), b);
+    EXPECT_EQ(std::pair(b->IsSyncPoint(), b->IsDiscontinuity()), std::pair(S_FALSE, S_FALSE))
+        << "the flags went with the last delivery";
+    EXPECT_EQ(Get(x), a);
+    // With samples out, the allocator outlives the caller's last reference; the last sample frees it.
+    x->Decommit();
+    EXPECT_EQ(x->frees, 0);
+    x->Release();
+    a->Release();
+    EXPECT_EQ(CBaseObject::ObjectsActive(), objects);
+    b->Release();
     EXPECT_EQ(CBaseObject::ObjectsActive(), atStart); // one commit, one reference: nothing leaks
 }
 

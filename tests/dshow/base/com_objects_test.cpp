@@ -1,9 +1,10 @@
 // The class factory: COM's aggregation rules in CreateInstance, failed creations leaving no object behind,
-// and the module lock count. CMediaType's value semantics and the free helpers: each copy owns its format
-// block and its pUnk reference, and every way of letting go gives both back.
+// and the module lock count across factories. CMediaType's value semantics and the free helpers: each copy
+// owns its format block and its pUnk reference, and every way of letting go gives both back.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 
 #include "dshow/base/class_factory.h"
 #include "dshow/base/media_type.h"
@@ -17,9 +18,8 @@ struct Object : CUnknown, IPersist {
     explicit Object(IUnknown* outer) : CUnknown(L"factory test object", outer) {}
     DECLARE_IUNKNOWN
     STDMETHODIMP NonDelegatingQueryInterface(REFIID riid, void** ppv) override {
-        if (IsEqualIID(riid, IID_IPersist)) {
+        if (IsEqualIID(riid, IID_IPersist))
             return GetInterface(static_cast<IPersist*>(this), ppv);
-        }
         return CUnknown::NonDelegatingQueryInterface(riid, ppv);
     }
     STDMETHODIMP GetClassID(CLSID* id) override {
@@ -45,9 +45,16 @@ struct CountedUnknown : IUnknown {
 
 const CFactoryTemplate kTemplate = {L"Test object", &CLSID_NULL, Object::Create, nullptr, nullptr};
 
-TEST(ClassFactory, CreateInstanceKeepsTheAggregationRulesAndLeavesNoObjectOnFailure) {
+TEST(ClassFactory, CreateInstanceKeepsTheAggregationRulesAndLockServerCountsAcrossFactories) {
     CClassFactory* factory = new CClassFactory(&kTemplate);
     factory->AddRef();
+    CClassFactory other(&kTemplate);
+    EXPECT_FALSE(CClassFactory::IsLocked());
+    const bool lockedAfter[] = {true, true, true, false}; // lock, lock, unlock, unlock
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(S_OK, (i % 2 == 0 ? factory : &other)->LockServer(i < 2));
+        EXPECT_EQ(lockedAfter[i], CClassFactory::IsLocked()) << i;
+    }
     const LONG objects = CBaseObject::ObjectsActive();
     CountedUnknown outer;
     const struct {
@@ -97,20 +104,6 @@ TEST(ClassFactory, CreateInstanceKeepsTheAggregationRulesAndLeavesNoObjectOnFail
     static_cast<IUnknown*>(object)->Release();
     EXPECT_EQ(factory->Release(), 0u);
     EXPECT_EQ(CBaseObject::ObjectsActive(), objects - 1); // the factory counted as a live object
-}
-
-TEST(ClassFactory, LockServerCountsAcrossFactories) {
-    CClassFactory* a = new CClassFactory(&kTemplate);
-    CClassFactory* b = new CClassFactory(&kTemplate);
-    EXPECT_FALSE(CClassFactory::IsLocked());
-    EXPECT_EQ(a->LockServer(TRUE), S_OK);
-    EXPECT_EQ(b->LockServer(TRUE), S_OK);
-    EXPECT_EQ(a->LockServer(FALSE), S_OK);
-    EXPECT_TRUE(CClassFactory::IsLocked());
-    EXPECT_EQ(a->LockServer(FALSE), S_OK);
-    EXPECT_FALSE(CClassFactory::IsLocked());
-    delete a;
-    delete b;
 }
 
 TEST(MediaType, CopiesOwnTheirFormatAndReferenceAndCompareByTypesAndFormat) {

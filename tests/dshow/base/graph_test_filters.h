@@ -1,5 +1,6 @@
 // Two small filters built on the base classes for tests in real graphs: a source whose streaming thread
-// produces numbered samples, and a renderer that records every sample it receives.
+// produces numbered samples, and a renderer that records every sample it receives. And graph fixtures that
+// own their filters: each added with a reference of the test's, released after the graph.
 #pragma once
 
 #include <mutex>
@@ -8,13 +9,12 @@
 
 #include "dshow/base/base_input_pin.h"
 #include "dshow/base/source_stream.h"
+#include "tests/dshow/graph_fixture.h"
 
 namespace qvn_test {
 
 // A media type of our own, so that no platform filter claims it.
 inline const GUID kTestMajor = {0x5176e401, 0x1c2b, 0x4d8e, {0x9a, 0x10, 0x6f, 0x21, 0x3c, 0x44, 0x85, 0x01}};
-inline const GUID kSubtypeA = {0x5176e402, 0x1c2b, 0x4d8e, {0x9a, 0x10, 0x6f, 0x21, 0x3c, 0x44, 0x85, 0x02}};
-inline const GUID kSubtypeB = {0x5176e403, 0x1c2b, 0x4d8e, {0x9a, 0x10, 0x6f, 0x21, 0x3c, 0x44, 0x85, 0x03}};
 inline const GUID kTestFormat = {
     0x5176e404, 0x1c2b, 0x4d8e, {0x9a, 0x10, 0x6f, 0x21, 0x3c, 0x44, 0x85, 0x04}};
 constexpr REFERENCE_TIME kSampleDuration = 400000;
@@ -32,48 +32,36 @@ inline BYTE PatternByte(LONG n, LONG i) {
 class CNumberedStream : public CSourceStream {
 public:
     CNumberedStream(HRESULT* phr, CSource* filter) : CSourceStream(L"numbered stream", phr, filter, L"Out") {}
-
     // Changed only while the filter is stopped.
     LONG limit = 50; // samples before end of stream; -1 for no end
     LONG sampleBytes = 256;
-    GUID subtype = kSubtypeA;
     bool failBufferSize = false;
     volatile LONG next = 0;
     // When set, offered in place of the test type, with these frames sent whole in place of the pattern.
     CMediaType type;
     std::vector<std::vector<BYTE>> frames;
-
     HRESULT GetMediaType(CMediaType* mt) override {
-        if (type.IsValid()) {
+        if (type.IsValid())
             return mt->Set(type);
-        }
         mt->InitMediaType();
         mt->SetType(&kTestMajor);
-        mt->SetSubtype(&subtype);
+        mt->SetSubtype(&kTestMajor);
         mt->SetFormatType(&kTestFormat);
         TestFormat format{sampleBytes};
         return mt->SetFormat(reinterpret_cast<BYTE*>(&format), sizeof(format)) ? S_OK : E_OUTOFMEMORY;
     }
-
     HRESULT DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* request) override {
-        if (failBufferSize) {
+        if (failBufferSize)
             return E_FAIL;
-        }
-        ALLOCATOR_PROPERTIES wanted = *request;
+        ALLOCATOR_PROPERTIES wanted = *request, actual{};
         wanted.cBuffers = request->cBuffers > 4 ? request->cBuffers : 4;
         wanted.cbBuffer = request->cbBuffer > sampleBytes ? request->cbBuffer : sampleBytes;
-        ALLOCATOR_PROPERTIES actual{};
         const HRESULT hr = allocator->SetProperties(&wanted, &actual);
-        if (FAILED(hr)) {
-            return hr;
-        }
-        return actual.cbBuffer < wanted.cbBuffer ? E_FAIL : S_OK;
+        return FAILED(hr) ? hr : actual.cbBuffer < wanted.cbBuffer ? E_FAIL : S_OK;
     }
-
     HRESULT FillBuffer(IMediaSample* sample) override {
-        if (limit >= 0 && next >= limit) {
+        if (limit >= 0 && next >= limit)
             return S_FALSE;
-        }
         const LONG n = next;
         InterlockedIncrement(&next);
         BYTE* data = nullptr;
@@ -82,12 +70,10 @@ public:
         const std::vector<BYTE>* frame = frames.empty() ? nullptr : &frames[static_cast<size_t>(n)];
         const LONG wanted = frame == nullptr ? sampleBytes - n % 3 : static_cast<LONG>(frame->size());
         const LONG length = wanted < sample->GetSize() ? wanted : sample->GetSize();
-        for (LONG i = 0; i < length; ++i) {
+        for (LONG i = 0; i < length; ++i)
             data[i] = frame == nullptr ? PatternByte(n, i) : (*frame)[static_cast<size_t>(i)];
-        }
         sample->SetActualDataLength(length);
-        REFERENCE_TIME start = n * kSampleDuration;
-        REFERENCE_TIME stop = start + kSampleDuration;
+        REFERENCE_TIME start = n * kSampleDuration, stop = start + kSampleDuration;
         sample->SetTime(&start, &stop);
         sample->SetSyncPoint(n % 2 == 0);
         sample->SetDiscontinuity(n == 0);
@@ -115,37 +101,26 @@ struct ReceivedSample {
     LONGLONG mediaEnd = -1;
 };
 
-class CRecordingRenderer;
-
 class CRecordingPin : public CBaseInputPin {
 public:
     CRecordingPin(CBaseFilter* filter, CCritSec* lock, HRESULT* phr)
         : CBaseInputPin(L"recording pin", filter, lock, phr, L"In") {}
-
-    GUID acceptedSubtype = GUID_NULL; // GUID_NULL accepts every subtype of the test type
-    bool holdSamples = false;         // keep every sample until ReleaseHeld
-    bool acceptAny = false;           // accept every media type (to record the system's own sources)
-    unsigned maxDelayMs = 0;          // sleep a pseudo-random time up to this in each Receive
-
+    bool refuse = false;      // accept no media type
+    bool holdSamples = false; // keep every sample until ReleaseHeld
+    bool acceptAny = false;   // accept every media type (to record the system's own sources)
+    unsigned maxDelayMs = 0;  // sleep a pseudo-random time up to this in each Receive
     HRESULT CheckMediaType(const CMediaType* mt) override {
-        if (acceptAny) {
-            return S_OK;
-        }
-        const bool subtypeOk =
-            IsEqualGUID(acceptedSubtype, GUID_NULL) || IsEqualGUID(*mt->Subtype(), acceptedSubtype);
-        return IsEqualGUID(*mt->Type(), kTestMajor) && subtypeOk &&
-                       IsEqualGUID(*mt->FormatType(), kTestFormat) && mt->FormatLength() == sizeof(TestFormat)
+        return acceptAny || (!refuse && IsEqualGUID(*mt->Type(), kTestMajor) &&
+                             IsEqualGUID(*mt->FormatType(), kTestFormat) &&
+                             mt->FormatLength() == sizeof(TestFormat))
                    ? S_OK
                    : S_FALSE;
     }
-
     STDMETHODIMP Receive(IMediaSample* sample) override {
         std::lock_guard<std::mutex> guard(mutex_);
         const HRESULT hr = CBaseInputPin::Receive(sample);
-        if (hr != S_OK) {
-            ++refused;
-            return hr;
-        }
+        if (hr != S_OK)
+            return ++refused, hr;
         const AM_SAMPLE2_PROPERTIES& p = m_SampleProps;
         samples.push_back({p.tStart, p.tStop, p.dwSampleFlags, p.lActual, p.cbBuffer,
                            std::vector<BYTE>(p.pbBuffer, p.pbBuffer + p.lActual)});
@@ -160,41 +135,29 @@ public:
         }
         return S_OK;
     }
-
     // The graph discards completions that arrive before it runs (a live source may finish while the graph
     // is still pausing on its way to running), so a completion seen earlier waits for Run, as renderers do.
     STDMETHODIMP EndOfStream() override {
         CAutoLock state(*m_pLock);
         std::lock_guard<std::mutex> guard(mutex_);
         const HRESULT hr = CheckStreamingState();
-        if (hr != S_OK) {
+        if (hr != S_OK)
             return hr;
-        }
         ++endOfStreams;
-        if (m_pFilter->IsStopped() || !running) {
-            completionPending = true;
-            return S_OK;
-        }
-        return m_pFilter->NotifyEvent(EC_COMPLETE, S_OK, 0);
+        if (!m_pFilter->IsStopped() && running)
+            return m_pFilter->NotifyEvent(EC_COMPLETE, S_OK, 0);
+        completionPending = true;
+        return S_OK;
     }
-
-    STDMETHODIMP NewSegment(REFERENCE_TIME start, REFERENCE_TIME stop, double rate) override {
-        std::lock_guard<std::mutex> guard(mutex_);
-        return CBaseInputPin::NewSegment(start, stop, rate);
-    }
-
     // A holding pin models a downstream filter that keeps its buffers across a stop: it neither decommits
     // nor lets go until ReleaseHeld, so only the source's own decommit can wake a source waiting for one.
     HRESULT Inactive() override { return holdSamples ? S_OK : CBaseInputPin::Inactive(); }
-
     void ReleaseHeld() {
         std::lock_guard<std::mutex> guard(mutex_);
-        for (IMediaSample* sample : held) {
+        for (IMediaSample* sample : held)
             sample->Release();
-        }
         held.clear();
     }
-
     std::vector<ReceivedSample> Samples() {
         std::lock_guard<std::mutex> guard(mutex_);
         return samples;
@@ -208,7 +171,6 @@ public:
         samples.clear();
         refused = endOfStreams = 0;
     }
-
     int refused = 0;
     int endOfStreams = 0;
     bool running = false;           // under the filter lock
@@ -225,20 +187,16 @@ class CRecordingRenderer : public CBaseFilter, public IAMFilterMiscFlags {
 public:
     explicit CRecordingRenderer(HRESULT* phr)
         : CBaseFilter(L"recording renderer", nullptr, &lock_, GUID_NULL), pin(this, &lock_, phr) {}
-
     DECLARE_IUNKNOWN
     STDMETHODIMP NonDelegatingQueryInterface(REFIID riid, void** ppv) override {
         // The graph counts completions only from filters that call themselves renderers.
-        if (IsEqualIID(riid, IID_IAMFilterMiscFlags)) {
+        if (IsEqualIID(riid, IID_IAMFilterMiscFlags))
             return GetInterface(static_cast<IAMFilterMiscFlags*>(this), ppv);
-        }
         return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);
     }
     STDMETHODIMP_(ULONG) GetMiscFlags() override { return AM_FILTER_MISC_FLAGS_IS_RENDERER; }
-
     int GetPinCount() override { return 1; }
     CBasePin* GetPin(int n) override { return n == 0 ? &pin : nullptr; }
-
     // Without a connection no end of stream will come, and the graph waits for every renderer.
     STDMETHODIMP Run(REFERENCE_TIME start) override {
         CAutoLock lock(lock_);
@@ -260,8 +218,7 @@ public:
     }
     STDMETHODIMP Stop() override {
         CAutoLock lock(lock_);
-        pin.running = false;
-        pin.completionPending = false;
+        pin.running = pin.completionPending = false;
         return CBaseFilter::Stop();
     }
 
@@ -270,6 +227,51 @@ private:
 
 public:
     CRecordingPin pin;
+};
+
+class OwningGraphTest : public GraphTest {
+protected:
+    void ReleaseFilters() override {
+        for (IBaseFilter* f : owned)
+            f->Release();
+    }
+    template <class Filter> Filter* Own(Filter* filter, const wchar_t* name) {
+        owned.push_back(static_cast<IBaseFilter*>(filter));
+        owned.back()->AddRef();
+        EXPECT_EQ(S_OK, graph->AddFilter(owned.back(), name));
+        return filter;
+    }
+    static CMediaType ConnectedType(IPin* pin) {
+        AM_MEDIA_TYPE mt{};
+        EXPECT_EQ(S_OK, pin->ConnectionMediaType(&mt));
+        CMediaType copy(mt);
+        FreeMediaType(mt);
+        return copy;
+    }
+    std::vector<IBaseFilter*> owned;
+};
+
+// A numbered source and a recording renderer, in the graph but not connected.
+class SourceGraphTest : public OwningGraphTest {
+protected:
+    void SetUp() override {
+        OwningGraphTest::SetUp();
+        HRESULT hr = S_OK;
+        source = Own(new CNumberedSource(&hr), L"Source");
+        renderer = Own(new CRecordingRenderer(&hr), L"Renderer");
+        ASSERT_EQ(S_OK, hr);
+    }
+    // Streams from the first sample until the graph completes, stops, and answers what the renderer got.
+    std::vector<ReceivedSample> RunToCompletion() {
+        renderer->pin.Clear();
+        source->stream->next = 0;
+        EXPECT_TRUE(SUCCEEDED(control->Run()));
+        EXPECT_TRUE(WaitForEvent(EC_COMPLETE, nullptr, nullptr, 10000));
+        EXPECT_EQ(S_OK, control->Stop());
+        return renderer->pin.Samples();
+    }
+    CNumberedSource* source = nullptr;
+    CRecordingRenderer* renderer = nullptr;
 };
 
 } // namespace qvn_test

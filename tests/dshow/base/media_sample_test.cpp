@@ -55,14 +55,12 @@ TEST(MediaSample, TimesMediaTimesAndLengthAnswerTheDocumentedCodes) {
         Sample x;
         for (const auto& set : c.set) {
             LONGLONG a = set[0], b = set[1];
-            if (a != X) {
+            if (a != X)
                 x.s->SetTime(a == N ? nullptr : &a, b == N ? nullptr : &b);
-            }
         }
         LONGLONG ma = c.media[0], mb = c.media[1];
-        if (ma != X) {
+        if (ma != X)
             x.s->SetMediaTime(ma == N ? nullptr : &ma, mb == N ? nullptr : &mb);
-        }
         REFERENCE_TIME start = 0, stop = 0;
         LONGLONG mstart = 0, mstop = 0;
         EXPECT_EQ(x.s->GetTime(&start, &stop), c.time);
@@ -105,15 +103,11 @@ TEST(MediaSample, FlagsMapToTheirPropertyBitsAndPropertiesRefuseWithoutChanging)
         {&CMediaSample::IsSyncPoint, &CMediaSample::SetSyncPoint, AM_SAMPLE_SPLICEPOINT},
         {&CMediaSample::IsPreroll, &CMediaSample::SetPreroll, AM_SAMPLE_PREROLL},
         {&CMediaSample::IsDiscontinuity, &CMediaSample::SetDiscontinuity, AM_SAMPLE_DATADISCONTINUITY}};
-    for (const Flag& f : flags) {
+    for (const Flag& f : flags) { // each sets exactly its own bit; a braced list runs left to right
         Sample x;
-        EXPECT_EQ((x.s->*f.is)(), S_FALSE);
-        EXPECT_EQ((x.s->*f.set)(TRUE), S_OK);
-        EXPECT_EQ((x.s->*f.is)(), S_OK);
-        EXPECT_EQ(x.Props().dwSampleFlags, f.bit); // exactly its own bit
-        EXPECT_EQ((x.s->*f.set)(FALSE), S_OK);
-        EXPECT_EQ((x.s->*f.is)(), S_FALSE);
-        EXPECT_EQ(x.Props().dwSampleFlags, 0u);
+        EXPECT_EQ((std::tuple{(x.s->*f.is)(), (x.s->*f.set)(TRUE), (x.s->*f.is)(), x.Props().dwSampleFlags,
+                              (x.s->*f.set)(FALSE), (x.s->*f.is)(), x.Props().dwSampleFlags}),
+                  (std::tuple{S_FALSE, S_OK, S_OK, f.bit, S_OK, S_FALSE, DWORD{0}}));
     }
     Sample x;
     REFERENCE_TIME a = 40, b = 80;

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -28,17 +29,13 @@ struct EventSink : OnStack<IMediaEventSink> {
     LONG_PTR sender = 0;
     STDMETHODIMP Notify(LONG code, LONG_PTR p1, LONG_PTR p2) override {
         events.emplace_back(code, p2);
-        sender = p1;
-        return S_OK;
+        return sender = p1, S_OK;
     }
 };
 
 // Only its presence matters while paused: no stream time is read then.
 struct Clock : OnStack<IReferenceClock> {
-    STDMETHODIMP GetTime(REFERENCE_TIME* t) override {
-        *t = 0;
-        return S_OK;
-    }
+    STDMETHODIMP GetTime(REFERENCE_TIME* t) override { return *t = 0, S_OK; }
     STDMETHODIMP AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) override { return E_NOTIMPL; }
     STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) override {
         return E_NOTIMPL;
@@ -137,12 +134,10 @@ TEST(StreamControl, InfoUntimedSamplesFlushingAndThePausedWait) {
     AM_STREAM_INFO info{};
     EXPECT_EQ(control.GetInfo(nullptr), E_POINTER);
     EXPECT_EQ(control.GetInfo(&info), S_OK);
-    EXPECT_EQ(info.tStart, 35);
-    EXPECT_EQ(info.tStop, 45);
-    EXPECT_EQ(info.dwStartCookie, 7u);
-    EXPECT_EQ(info.dwStopCookie, 9u);
-    EXPECT_EQ(info.dwFlags, static_cast<DWORD>(AM_STREAM_INFO_START_DEFINED | AM_STREAM_INFO_STOP_DEFINED |
-                                               AM_STREAM_INFO_STOP_SEND_EXTRA | AM_STREAM_INFO_DISCARDING));
+    EXPECT_EQ(std::tuple(info.tStart, info.tStop, info.dwStartCookie, info.dwStopCookie, info.dwFlags),
+              std::tuple(REFERENCE_TIME{35}, REFERENCE_TIME{45}, DWORD{7}, DWORD{9},
+                         static_cast<DWORD>(AM_STREAM_INFO_START_DEFINED | AM_STREAM_INFO_STOP_DEFINED |
+                                            AM_STREAM_INFO_STOP_SEND_EXTRA | AM_STREAM_INFO_DISCARDING)));
     // A sample without times follows the current state; flushing discards everything.
     control.NotifyFilterState(State_Running, 0);
     HRESULT hr = S_OK;

@@ -25,9 +25,8 @@ struct Allocator {
     explicit Allocator(std::size_t count) : samples(count) {
         EXPECT_TRUE(queue.IsValid());
         EXPECT_EQ(queue.Reset(count, false), S_OK);
-        for (Sample& s : samples) {
+        for (Sample& s : samples)
             EXPECT_EQ(queue.AddFree(&s), S_OK);
-        }
     }
     // Takes a free sample for buffer and queues it.
     Sample* Push(void* buffer) {
@@ -51,9 +50,8 @@ TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
     Allocator a(4);
     Sample* out[4];
     char buffers[4];
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 4; ++i)
         out[i] = a.Push(&buffers[i]);
-    }
     Sample* taken = nullptr;
     for (Sample* s : out) {
         ASSERT_EQ(a.queue.Take(&taken, 0), S_OK);
@@ -92,9 +90,8 @@ TEST(SampleHandOver, BlocksAtTheSampleCountAndReclaimsEachReleasedBufferOnce) {
 TEST(SampleHandOver, EndOfStreamDeliversWhatIsQueuedThenOneEmptySample) {
     Allocator a(3);
     char data[2];
-    for (char& d : data) {
+    for (char& d : data)
         a.Push(&d);
-    }
     a.queue.SignalEnd();
     Sample* s = nullptr;
     for (char& d : data) {
@@ -121,9 +118,8 @@ std::uint32_t Streaming(void* raw) {
     std::vector<Sample*> held;
     for (;;) {
         Sample* s = nullptr;
-        if (r->a.queue.Take(&s, 0) != S_OK) {
+        if (r->a.queue.Take(&s, 0) != S_OK)
             return 1;
-        }
         if (s->buffer == nullptr) {
             r->a.queue.Release(s);
             break;
@@ -134,16 +130,14 @@ std::uint32_t Streaming(void* raw) {
         // and lets them go in any order.
         while (!held.empty() && (held.size() >= r->a.samples.size() || rng() % 3 == 0)) {
             const std::size_t i = rng() % held.size();
-            if (rng() % 8 == 0) {
+            if (rng() % 8 == 0)
                 QVN::SleepMs(1);
-            }
             r->a.queue.Release(held[i]);
             held.erase(held.begin() + static_cast<std::ptrdiff_t>(i));
         }
     }
-    for (Sample* s : held) {
+    for (Sample* s : held)
         r->a.queue.Release(s);
-    }
     return 0;
 }
 
@@ -156,9 +150,8 @@ TEST(SampleHandOver, ThousandsOfFramesUnderRandomDelaysArriveInOrderEachOnce) {
         Export r{Allocator(samples), seed, {}};
         std::vector<int> pool(samples + 2);
         std::vector<void*> free;
-        for (int& b : pool) {
+        for (int& b : pool)
             free.push_back(&b);
-        }
         QVN::CThread streaming;
         ASSERT_TRUE(streaming.Start(Streaming, &r));
         std::mt19937 rng(seed);
@@ -170,16 +163,14 @@ TEST(SampleHandOver, ThousandsOfFramesUnderRandomDelaysArriveInOrderEachOnce) {
             *static_cast<int*>(free.back()) = frame;
             r.a.Push(free.back());
             free.pop_back();
-            if (rng() % 64 == 0) {
+            if (rng() % 64 == 0)
                 QVN::SleepMs(1);
-            }
         }
         r.a.queue.SignalEnd();
         EXPECT_EQ(streaming.Join(), 0u);
         ASSERT_EQ(r.seen.size(), static_cast<std::size_t>(kFrames));
-        for (int i = 0; i < kFrames; ++i) {
+        for (int i = 0; i < kFrames; ++i)
             ASSERT_EQ(r.seen[static_cast<std::size_t>(i)], i);
-        }
         ASSERT_EQ(r.a.queue.Reclaim(free), S_OK);
         EXPECT_EQ(free.size(), pool.size()) << "every buffer came back to the producer";
         EXPECT_EQ(r.a.queue.FreeCount(), samples) << "every sample came back";

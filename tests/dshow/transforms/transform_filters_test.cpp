@@ -13,7 +13,7 @@
 #include "dshow/sample_grabber_filter.h"
 #include "dshow/video_header.h"
 #include "encoders/fourcc.h"
-#include "tests/dshow/base/source_graph.h"
+#include "tests/dshow/base/graph_test_filters.h"
 
 namespace {
 
@@ -48,35 +48,24 @@ CMediaType Uyvy(LONG width, LONG height, DWORD image) {
 // shows.
 Bytes Frame(LONG n, LONG bytes, LONG stride) {
     Bytes f(static_cast<size_t>(bytes));
-    for (LONG i = 0; i < bytes; ++i) {
+    for (LONG i = 0; i < bytes; ++i)
         f[static_cast<size_t>(i)] = static_cast<BYTE>((i / stride) * 3 + (i % stride) * 7 + n * 11);
-    }
     return f;
 }
 
-// Records each buffer callback; fails the call numbered failAt (from 0) when set.
+// Records each buffer callback as (time, size, first byte); fails the call numbered failAt (from 0).
 struct RecordingSink : IFrameSink {
-    HRESULT QueryInterface(const GUID&, void** object) override {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
+    HRESULT QueryInterface(const GUID&, void** object) override { return *object = nullptr, E_NOINTERFACE; }
     ULONG AddRef() override { return static_cast<ULONG>(++refs); }
     ULONG Release() override { return static_cast<ULONG>(--refs); }
     HRESULT SampleCB(double, void*) override { return ++sampleCalls, S_OK; }
     HRESULT BufferCB(double time, BYTE* data, LONG size) override {
-        calls.push_back({time, size, data != nullptr ? data[0] : BYTE{0}});
+        calls.emplace_back(time, size, data != nullptr ? data[0] : BYTE{0});
         InterlockedIncrement(&count);
         return static_cast<int>(calls.size()) - 1 == failAt ? E_FAIL : S_OK;
     }
-    struct Call {
-        double time;
-        LONG size;
-        BYTE first;
-    };
-    int refs = 0;
-    int sampleCalls = 0;
-    int failAt = -1;
-    std::vector<Call> calls; // read once the graph has stopped
+    int refs = 0, sampleCalls = 0, failAt = -1;
+    std::vector<std::tuple<double, LONG, BYTE>> calls; // read once the graph has stopped
     volatile LONG count = 0;
 };
 
@@ -95,25 +84,14 @@ protected:
         }
         current = Own(transform, L"Transform");
         LONG largest = 1;
-        for (const Bytes& f : frames) {
+        for (const Bytes& f : frames)
             largest = std::max(largest, static_cast<LONG>(f.size()));
-        }
         source->stream->type = type;
         source->stream->frames = std::move(frames);
         source->stream->limit = static_cast<LONG>(source->stream->frames.size());
         source->stream->sampleBytes = largest + extraBytes;
         ASSERT_EQ(S_OK, graph->ConnectDirect(source->stream, transform->GetPin(0), nullptr));
         ASSERT_EQ(S_OK, graph->ConnectDirect(transform->GetPin(1), &renderer->pin, nullptr));
-    }
-    // For a stream that ends without completing: runs until done() holds.
-    template <class Done> std::vector<ReceivedSample> RunUntil(Done done) {
-        renderer->pin.Clear();
-        source->stream->next = 0;
-        EXPECT_TRUE(SUCCEEDED(control->Run()));
-        EXPECT_TRUE(WaitUntil(done));
-        Sleep(20); // anything still on its way arrives now
-        EXPECT_EQ(S_OK, control->Stop());
-        return renderer->pin.Samples();
     }
     CTransformFilter* current = nullptr;
 };
@@ -129,9 +107,8 @@ Bytes BlackLine(const std::string& format, LONG stride) {
     } else if (format == "v210") {
         for (int w = 0; w < 4; ++w) {
             DWORD word = 0;
-            for (int c = 0; c < 3; ++c) {
+            for (int c = 0; c < 3; ++c)
                 word |= ((w * 3 + c) % 2 == 1 ? 64u : 512u) << (10 * c);
-            }
             unit.insert(unit.end(), {BYTE(word), BYTE(word >> 8), BYTE(word >> 16), BYTE(word >> 24)});
         }
     } else if (format == "r210") {
@@ -139,14 +116,14 @@ Bytes BlackLine(const std::string& format, LONG stride) {
     }
     Bytes line(static_cast<size_t>(stride));
     const size_t filled = format == "r210" ? 720 * 4 : unit.empty() ? 0 : line.size();
-    for (size_t i = 0; i < filled; ++i) {
+    for (size_t i = 0; i < filled; ++i)
         line[i] = unit[i % unit.size()];
-    }
     return line;
 }
 
 // NTSC UYVY of 486 lines is cropped to 480, keeping lines 2 to 481, under a smaller type; a 576-line frame of
-// any format moves down one line under its format's black, its type unchanged.
+// any format moves down one line under its format's black, its type unchanged. The base class passes stream
+// events on.
 TEST_F(TransformFiltersTest, FrameShiftCropsNtsc486To480AndMoves576DownOneLineUnderItsFormatsBlack) {
     HRESULT hr = S_OK;
     CMediaType none;
@@ -182,23 +159,21 @@ TEST_F(TransformFiltersTest, FrameShiftCropsNtsc486To480AndMoves576DownOneLineUn
         Insert(&c == cases ? first : new CFrameShift(nullptr, &hr), in, frames);
         const CMediaType out = ConnectedType(&renderer->pin);
         EXPECT_TRUE(crop || out == in) << "the type passes unchanged";
-        EXPECT_TRUE(IsEqualGUID(MEDIATYPE_Video, *out.Type()));
-        EXPECT_TRUE(IsEqualGUID(subtype, *out.Subtype()));
+        EXPECT_TRUE(IsEqualGUID(MEDIATYPE_Video, *out.Type()) && IsEqualGUID(subtype, *out.Subtype()));
         const BITMAPINFOHEADER* header = VideoBitmapHeader(&out);
         ASSERT_NE(nullptr, header);
-        EXPECT_EQ(
-            std::make_tuple(720L, crop ? 480L : c.lines, compression, c.bits, static_cast<DWORD>(outBytes)),
-            std::make_tuple(header->biWidth, header->biHeight, header->biCompression, header->biBitCount,
-                            header->biSizeImage));
-        EXPECT_EQ(static_cast<ULONG>(outBytes), out.GetSampleSize());
+        EXPECT_EQ(std::make_tuple(720L, crop ? 480L : c.lines, compression, c.bits,
+                                  static_cast<DWORD>(outBytes), static_cast<ULONG>(outBytes)),
+                  std::make_tuple(header->biWidth, header->biHeight, header->biCompression,
+                                  header->biBitCount, header->biSizeImage, out.GetSampleSize()));
         const auto samples = RunToCompletion();
         ASSERT_EQ(2u, samples.size());
         for (size_t n = 0; n < samples.size(); ++n) {
             SCOPED_TRACE(n);
             const ReceivedSample& s = samples[n];
-            ASSERT_EQ(outBytes, s.actual);
-            EXPECT_EQ(bytes, s.size); // one buffer of the input's image size
-            EXPECT_EQ(static_cast<REFERENCE_TIME>(n) * qvn_test::kSampleDuration, s.start);
+            // One buffer of the input's image size.
+            ASSERT_EQ(std::tuple(outBytes, bytes, static_cast<REFERENCE_TIME>(n) * qvn_test::kSampleDuration),
+                      std::tuple(s.actual, s.size, s.start));
             if (crop) {
                 EXPECT_EQ(0, std::memcmp(frames[n].data() + 2 * c.stride, s.bytes.data(), 691200));
                 continue;
@@ -210,13 +185,26 @@ TEST_F(TransformFiltersTest, FrameShiftCropsNtsc486To480AndMoves576DownOneLineUn
                                      static_cast<size_t>(bytes - c.stride)));
         }
     }
+    IPin* found = nullptr;
+    ASSERT_EQ(S_OK, current->FindPin(L"Out", &found));
+    EXPECT_EQ(current->GetPin(1), found);
+    found->Release();
+    ASSERT_TRUE(SUCCEEDED(control->Pause()));
+    IPin* in = current->GetPin(0);
+    EXPECT_EQ(S_OK, in->NewSegment(10, 20, 2.0));
+    EXPECT_EQ(std::tuple(renderer->pin.CurrentStartTime(), renderer->pin.CurrentStopTime(),
+                         renderer->pin.CurrentRate()),
+              std::tuple(REFERENCE_TIME{10}, REFERENCE_TIME{20}, 2.0));
+    EXPECT_EQ(S_OK, in->BeginFlush());
+    EXPECT_TRUE(renderer->pin.IsFlushing());
+    EXPECT_EQ(S_OK, in->EndFlush());
+    EXPECT_FALSE(renderer->pin.IsFlushing());
 }
 
 TEST_F(TransformFiltersTest, DVPostProcessRewritesC8FCFFAndNothingElse) {
     Bytes frame(4000);
-    for (size_t i = 0; i < frame.size(); ++i) {
+    for (size_t i = 0; i < frame.size(); ++i)
         frame[i] = static_cast<BYTE>(i % 199); // never C8 (200) on its own
-    }
     const struct {
         size_t at;
         Bytes before;
@@ -244,18 +232,16 @@ TEST_F(TransformFiltersTest, DVPostProcessRewritesC8FCFFAndNothingElse) {
     const auto samples = RunToCompletion();
     ASSERT_EQ(2u, samples.size());
     ASSERT_EQ(expected.size(), samples[0].bytes.size());
-    for (size_t i = 0; i < expected.size(); ++i) {
+    for (size_t i = 0; i < expected.size(); ++i)
         ASSERT_EQ(expected[i], samples[0].bytes[i]) << "byte " << i;
-    }
     EXPECT_EQ(expected, samples[1].bytes); // a fixed stream stays as it is
 }
 
 TEST_F(TransformFiltersTest, SampleGrabberCallsItsSinkWithTheBufferSizeAndTakesOnlyItsType) {
     const CMediaType type = Uyvy(64, 8, 1024);
     std::vector<Bytes> frames;
-    for (LONG n = 0; n < 4; ++n) {
+    for (LONG n = 0; n < 4; ++n)
         frames.push_back(Frame(n, 1024, 128));
-    }
     const struct {
         const char* name;
         bool withSink;
@@ -276,24 +262,31 @@ TEST_F(TransformFiltersTest, SampleGrabberCallsItsSinkWithTheBufferSizeAndTakesO
             EXPECT_EQ(0, sink.refs);
         }
         Insert(grabber, type, frames, 1000); // buffers larger than the frames
-        // A failing sink stops the branch: the source hears of the failure and delivers no more.
-        const auto samples =
-            c.failAt < 0 ? RunToCompletion() : RunUntil([&] { return sink.count == c.failAt + 1; });
-        ASSERT_EQ(c.delivered, samples.size());
-        for (size_t n = 0; n < samples.size(); ++n) {
-            EXPECT_EQ(frames[n], samples[n].bytes);
+        renderer->pin.Clear();
+        source->stream->next = 0;
+        // A failing sink stops the branch: the source hears of the failure and delivers no more, and the
+        // stream does not complete.
+        std::vector<ReceivedSample> samples;
+        if (c.failAt < 0) {
+            samples = RunToCompletion();
+        } else {
+            ASSERT_TRUE(SUCCEEDED(control->Run()));
+            EXPECT_TRUE(WaitUntil([&] { return sink.count == c.failAt + 1; }));
+            Sleep(20); // anything still on its way arrives now
+            EXPECT_EQ(S_OK, control->Stop());
+            samples = renderer->pin.Samples();
         }
+        ASSERT_EQ(c.delivered, samples.size());
+        for (size_t n = 0; n < samples.size(); ++n)
+            EXPECT_EQ(frames[n], samples[n].bytes);
         const size_t calls = !c.withSink     ? 0
                              : c.failAt >= 0 ? static_cast<size_t>(c.failAt) + 1
                                              : frames.size();
         ASSERT_EQ(calls, sink.calls.size());
-        for (size_t n = 0; n < calls; ++n) {
-            SCOPED_TRACE(n);
-            EXPECT_DOUBLE_EQ(static_cast<double>(n) * 0.04, sink.calls[n].time);
-            EXPECT_EQ(1024 + 1000, sink.calls[n].size); // the buffer's size, not the frame's
-            EXPECT_EQ(samples[0].size, sink.calls[n].size);
-            EXPECT_EQ(frames[n][0], sink.calls[n].first);
-        }
+        for (size_t n = 0; n < calls; ++n) // the buffer's size, not the frame's
+            EXPECT_EQ(std::tuple(static_cast<double>(n) * 0.04, 1024 + 1000, frames[n][0]), sink.calls[n])
+                << n;
+        EXPECT_EQ(samples[0].size, 1024 + 1000);
         EXPECT_EQ(0, sink.sampleCalls);
         ASSERT_EQ(S_OK, grabber->SetSink(nullptr, FALSE));
         EXPECT_EQ(0, sink.refs);
@@ -311,9 +304,8 @@ TEST_F(TransformFiltersTest, SampleGrabberCallsItsSinkWithTheBufferSizeAndTakesO
     grabber->AddRef();
     EXPECT_EQ(VFW_E_TYPE_NOT_ACCEPTED, grabber->CheckInputType(&type));
     ASSERT_EQ(S_OK, grabber->SetAcceptedMediaType(&type));
-    for (const auto& t : types) {
+    for (const auto& t : types)
         EXPECT_EQ(t.second, grabber->CheckInputType(&t.first)) << &t - types;
-    }
     grabber->Release();
 }
 

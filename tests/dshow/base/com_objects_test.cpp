@@ -149,14 +149,12 @@ TEST(MediaType, CopiesOwnTheirFormatAndReferenceAndCompareByTypesAndFormat) {
         // Growing the format keeps its leading bytes.
         BYTE* grown = b.ReallocFormatBuffer(20);
         ASSERT_NE(nullptr, grown);
-        EXPECT_EQ(20u, b.FormatLength());
-        EXPECT_EQ(0, std::memcmp(grown, format, 11));
+        EXPECT_EQ(std::pair(b.FormatLength(), std::memcmp(grown, format, 11)), std::pair(ULONG{20}, 0));
         b.ResetFormatBuffer();
-        EXPECT_EQ(nullptr, b.Format());
-        EXPECT_EQ(0u, b.FormatLength());
+        EXPECT_EQ(std::pair(b.Format(), b.FormatLength()), (std::pair<BYTE*, ULONG>(nullptr, 0)));
         FreeMediaType(c);
-        EXPECT_EQ(nullptr, c.pUnk);
-        EXPECT_EQ(4, unk.refs); // partial's copy took one, c gave its back
+        EXPECT_EQ(std::pair(c.pUnk, unk.refs),
+                  (std::pair<IUnknown*, LONG>(nullptr, 4))); // partial's took one
     }
     EXPECT_EQ(1, unk.refs);
     CMediaType empty;

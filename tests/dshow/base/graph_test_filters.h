@@ -91,14 +91,11 @@ public:
 };
 
 struct ReceivedSample {
-    REFERENCE_TIME start;
-    REFERENCE_TIME stop;
+    REFERENCE_TIME start, stop;
     DWORD flags;
-    LONG actual;
-    LONG size;
+    LONG actual, size;
     std::vector<BYTE> bytes;
-    LONGLONG mediaStart = -1; // -1: no media time
-    LONGLONG mediaEnd = -1;
+    LONGLONG mediaStart = -1, mediaEnd = -1; // -1: no media time
 };
 
 class CRecordingPin : public CBaseInputPin {
@@ -171,10 +168,8 @@ public:
         samples.clear();
         refused = endOfStreams = 0;
     }
-    int refused = 0;
-    int endOfStreams = 0;
-    bool running = false;           // under the filter lock
-    bool completionPending = false; // under the filter lock
+    int refused = 0, endOfStreams = 0;
+    bool running = false, completionPending = false; // under the filter lock
 
 private:
     unsigned seed_ = 1;

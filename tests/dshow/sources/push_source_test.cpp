@@ -1,6 +1,7 @@
 // The video and audio push sources in platform graphs, into a recording renderer of our own and the Null
 // Renderer: stamps, media times, bytes, the 24-bit 5.1 reorder, buffer negotiation, stream control, and the
-// producer's buffers coming back. And the encoder allocator under them through its COM interfaces.
+// producer's buffers coming back. And the encoder allocator under them through its COM interfaces, with the
+// base allocator's commit, decommit and release callback.
 #include <algorithm>
 #include <tuple>
 #include <utility>
@@ -25,6 +26,19 @@ using qvn_test::ReceivedSample;
 
 constexpr REFERENCE_TIME kFrame = 333667; // 29.97 frames per second
 constexpr DWORD kFrameBytes = 64 * 2 * 8; // 64 x 8 UYVY
+
+struct ReleaseCounter : IMemAllocatorNotifyCallbackTemp {
+    IMemAllocatorCallbackTemp* allocator = nullptr;
+    int calls = 0;
+    LONG freeSeen = -1;
+    STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP NotifyRelease() override {
+        ++calls;
+        return allocator->GetFreeCount(&freeSeen); // calling back in must not deadlock
+    }
+};
 
 class PushSourceTest : public qvn_test::OwningGraphTest {
 protected:
@@ -300,19 +314,41 @@ TEST(EncoderAllocator, PropertiesRoundTripAndDecommitWithASampleOut) {
     ASSERT_EQ(S_OK, producer->QueueSample(empty));
     ASSERT_EQ(S_OK, allocator->GetBuffer(&sample, nullptr, nullptr, AM_GBF_NOWAIT));
     EXPECT_EQ(static_cast<IMediaSample*>(empty), sample);
-    // Downstream holds the sample across a decommit: the samples stay until it comes back.
+    // A release callback sees each return and may call straight back in.
+    IMemAllocatorCallbackTemp* callback = nullptr;
+    ASSERT_EQ(S_OK,
+              allocator->QueryInterface(IID_IMemAllocatorCallbackTemp, reinterpret_cast<void**>(&callback)));
+    ReleaseCounter counter;
+    counter.allocator = callback;
+    ASSERT_EQ(S_OK, callback->SetNotify(&counter));
+    // Downstream holds the sample across a decommit; a recommit cancels the decommit, so the sample comes
+    // back to a live allocator that keeps its samples.
     ASSERT_EQ(S_OK, allocator->Decommit());
     IMediaSample* none = nullptr;
     EXPECT_EQ(VFW_E_NOT_COMMITTED, allocator->GetBuffer(&none, nullptr, nullptr, 0));
     std::vector<void*> back;
     EXPECT_EQ(S_OK, producer->ReclaimBuffers(back));
     EXPECT_TRUE(back.empty()) << "nothing released yet";
+    const LONG objects = CBaseObject::ObjectsActive();
+    ASSERT_EQ(S_OK, allocator->Commit());
     EXPECT_EQ(0u, sample->Release());
+    EXPECT_EQ(std::pair(1, objects), std::pair(counter.calls, CBaseObject::ObjectsActive()));
+    EXPECT_NE(-1, counter.freeSeen);
+    callback->SetNotify(nullptr);
+    callback->Release();
     EXPECT_EQ(S_OK, producer->ReclaimBuffers(back));
     EXPECT_EQ(S_OK, producer->ReclaimBuffers(back));
     EXPECT_EQ(std::vector<void*>{frame}, back) << "released once, it comes back once";
+    // With a sample out, a decommitted allocator outlives its last reference; the last sample frees it.
+    ASSERT_EQ(S_OK, producer->TakeFreeSample(&empty));
+    empty->SetPointer(frame, sizeof(frame));
+    ASSERT_EQ(S_OK, producer->QueueSample(empty));
+    ASSERT_EQ(S_OK, allocator->GetBuffer(&sample, nullptr, nullptr, AM_GBF_NOWAIT));
+    ASSERT_EQ(S_OK, allocator->Decommit());
     producer->Release();
-    EXPECT_EQ(0u, allocator->Release());
+    allocator->Release();
+    EXPECT_EQ(objects, CBaseObject::ObjectsActive());
+    sample->Release();
     EXPECT_EQ(baseline, CBaseObject::ObjectsActive()) << "the allocator and its samples are gone";
     CoUninitialize();
 }

@@ -231,9 +231,7 @@ TEST_F(TransformFiltersTest, DVPostProcessRewritesC8FCFFAndNothingElse) {
            {frame, expected});
     const auto samples = RunToCompletion();
     ASSERT_EQ(2u, samples.size());
-    ASSERT_EQ(expected.size(), samples[0].bytes.size());
-    for (size_t i = 0; i < expected.size(); ++i)
-        ASSERT_EQ(expected[i], samples[0].bytes[i]) << "byte " << i;
+    EXPECT_EQ(expected, samples[0].bytes);
     EXPECT_EQ(expected, samples[1].bytes); // a fixed stream stays as it is
 }
 

@@ -26,6 +26,7 @@ void ExpectNumbered(const std::vector<qvn_test::ReceivedSample>& samples) {
             ASSERT_EQ(qvn_test::PatternByte(n, i), s.bytes[static_cast<size_t>(i)]) << "byte " << i;
     }
 }
+
 class FilterGraphTest : public qvn_test::SourceGraphTest {
 protected:
     IPin* Out() { return source->stream; }
@@ -63,6 +64,9 @@ TEST_F(FilterGraphTest, RefusedConnectionsLeaveBothPinsUnconnected) {
     source->stream->failBufferSize = false;
     ASSERT_EQ(S_OK, graph->ConnectDirect(Out(), In(), &typeA));
     EXPECT_EQ(VFW_E_ALREADY_CONNECTED, Out()->Connect(In(), &typeA));
+    source->stream->sampleBytes = 5000; // a larger format reconnects through the graph, with new buffers
+    ASSERT_EQ(S_OK, source->ReconnectPin(Out(), nullptr));
+    EXPECT_EQ(5000, reinterpret_cast<const qvn_test::TestFormat*>(ConnectedType(In()).Format())->sampleBytes);
     ASSERT_EQ(S_OK, graph->Disconnect(Out()));
     ASSERT_EQ(S_OK, graph->Disconnect(In()));
     EXPECT_TRUE(IsUnconnected(Out()));

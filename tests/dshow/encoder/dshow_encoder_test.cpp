@@ -20,6 +20,7 @@
 
 namespace {
 
+using qvn_test::TempPath;
 using QVN::MakeFourCC;
 
 constexpr LONG kWidth = 64, kHeight = 48;
@@ -28,12 +29,6 @@ BITMAPINFOHEADER Format(DWORD code, WORD bits) {
     BITMAPINFOHEADER h{sizeof(BITMAPINFOHEADER), kWidth, kHeight, 1, bits, code, 0, 0, 0, 0, 0};
     h.biSizeImage = static_cast<DWORD>(kWidth * kHeight * bits / 8);
     return h;
-}
-
-std::wstring TempPath(const wchar_t* name) {
-    wchar_t dir[MAX_PATH];
-    GetTempPathW(MAX_PATH, dir);
-    return std::wstring(dir) + name;
 }
 
 // The running-object table's display names that belong to this process.

@@ -19,17 +19,12 @@
 
 namespace {
 
+using qvn_test::TempPath;
 using ExportReadersTest = qvn_test::GraphTest;
 
 // Runs qvnhost.exe with the arguments; its exit status, or -1 when it did not end within two minutes.
 int RunHost(const std::wstring& arguments) {
     return qvn_test::RunProcess(L"\"" + qvn_test::WinePath(QVN_TEST_QVNHOST) + L"\" " + arguments, 120000);
-}
-
-std::wstring TempPath(const wchar_t* name) {
-    wchar_t dir[MAX_PATH];
-    GetTempPathW(MAX_PATH, dir);
-    return std::wstring(dir) + name;
 }
 
 // How often a byte pattern occurs.

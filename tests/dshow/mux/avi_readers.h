@@ -11,8 +11,9 @@
 
 namespace qvn_test {
 
-// A Unix path as Wine's Z: drive sees it.
+// A Unix path as Wine's Z: drive sees it; a file name in the temporary folder.
 std::wstring WinePath(const char* unixPath);
+std::wstring TempPath(const wchar_t* name);
 
 // Runs a command line in a process of its own: its exit status, -1 when it did not end within ms (it is then
 // ended), -2 when it could not start.

@@ -106,19 +106,14 @@ RiffFile WalkRiff(const std::wstring& path) {
          [&](size_t at, auto id, auto size, auto list) {
              if (list == MAKEFOURCC('h', 'd', 'r', 'l')) {
                  walk(at + 12, at + 8 + size, [&](size_t in, auto inner, auto innerSize, auto innerList) {
-                     if (inner == MAKEFOURCC('a', 'v', 'i', 'h') && innerSize >= 28) {
-                         out.avihFrames = U32(d, in + 8 + 16);
+                     if (inner == MAKEFOURCC('a', 'v', 'i', 'h') && innerSize >= 28)
                          out.avihStreams = U32(d, in + 8 + 24);
-                     } else if (innerList == MAKEFOURCC('s', 't', 'r', 'l')) {
-                         RiffStream& stream = out.streams.emplace_back();
+                     else if (innerList == MAKEFOURCC('s', 't', 'r', 'l'))
                          walk(in + 12, in + 8 + innerSize, [&](size_t s, auto sid, auto ssize, auto) {
-                             if (sid == MAKEFOURCC('s', 't', 'r', 'h') && ssize >= 36)
-                                 stream = {U32(d, s + 8), U32(d, s + 32), U32(d, s + 28),
-                                           ssize >= 44 ? U32(d, s + 48) : 0, stream.format};
-                             else if (sid == MAKEFOURCC('s', 't', 'r', 'f'))
-                                 stream.format = bytes(s + 8, ssize);
+                             if (sid == MAKEFOURCC('s', 't', 'r', 'h') && ssize >= 44)
+                                 out.streams.push_back(
+                                     {U32(d, s + 8), U32(d, s + 32), U32(d, s + 28), U32(d, s + 48)});
                          });
-                     }
                  });
              } else if (list == MAKEFOURCC('m', 'o', 'v', 'i')) {
                  movi = at + 8;

@@ -1,6 +1,6 @@
-// Independent readers of the files the multiplexer writes: a RIFF walk of our own (the avih counts, each
-// stream's strh and strf, and the idx1 index with the payload each entry points at), the platform's AVIFile
-// API, and a playback graph of the platform's AVI splitter into recording renderers.
+// Independent readers of the files the multiplexer writes: a RIFF walk of our own (the avih stream count,
+// each stream's strh, and the idx1 index with the payload each entry points at), the platform's AVIFile API,
+// and a playback graph of the platform's AVI splitter into recording renderers.
 #pragma once
 
 #include <cstdint>
@@ -22,9 +22,8 @@ int RunProcess(std::wstring commandLine, DWORD ms);
 // The filter's first pin of that direction, with a reference; null when it has none.
 IPin* FirstPin(IBaseFilter* filter, PIN_DIRECTION direction);
 
-struct RiffStream {
+struct RiffStream { // from strh
     std::uint32_t fccType = 0, rate = 0, scale = 0, quality = 0;
-    std::vector<std::uint8_t> format; // the strf payload
 };
 
 struct RiffIndexEntry {
@@ -35,7 +34,7 @@ struct RiffIndexEntry {
 struct RiffFile {
     bool valid = false;
     std::string problem;
-    std::uint32_t avihStreams = 0, avihFrames = 0;
+    std::uint32_t avihStreams = 0;
     std::vector<RiffStream> streams;
     std::vector<RiffIndexEntry> idx1;
     // The idx1 entries of one stream ("00dc", "01wb", ...).

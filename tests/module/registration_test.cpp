@@ -1,7 +1,5 @@
-// The module as a COM server under the platform's own tools: regsvr32 (another process) writes every key
-// (the ProgIDs and the DirectShow filter-list entry included), this process creates the multiplexer by class
-// identifier, and regsvr32 /u leaves none of the keys behind. The unload answer is checked on the module
-// loaded here.
+// The module as a COM server: the keys regsvr32 (another process) writes and removes, creation by class
+// identifier, and the unload answer of the module loaded here.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -47,7 +45,7 @@ AnyFunction Export(HMODULE module, const char* name) {
     return reinterpret_cast<AnyFunction>(GetProcAddress(module, name));
 }
 
-// A graph for each test (with the fixture's watchdog); whatever happened, the prefix is left unregistered.
+// Whatever happened, the prefix is left unregistered.
 class Registration : public qvn_test::GraphTest {
 protected:
     void TearDown() override {

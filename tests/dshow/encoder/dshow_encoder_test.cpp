@@ -1,6 +1,5 @@
-// CDShowEncoder driven as the export run drives it, in graphs of the platform's filter graph manager (with
-// the File Writer and Smart Tee stand-ins where Wine's are unfit): the graph it builds and registers, the
-// frame limit its stream controls enforce, the stream header it patches, its audio arithmetic and failures.
+// CDShowEncoder driven as the export run drives it, in real graphs: the graph it builds and registers, the
+// frame limit, the stream header it patches, its audio arithmetic and failures.
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
@@ -146,8 +145,7 @@ TEST_F(DShowEncoderTest, GraphIsNamedAndRegisteredForItsLifetimeAndAMissingFolde
     EXPECT_EQ(before, GraphEntries().size()) << "the entry is revoked with the encoder";
 }
 
-// Frames beyond the limit stop at the stream control, the stream header gets the exact rate, and the
-// pixel-aspect record follows the closed file.
+// Frames beyond the limit stop at the stream control; the header gets the exact rate, then the aspect record.
 TEST_F(DShowEncoderTest, FinishWritesTheFrameLimitAndPatchesTheHeader) {
     const std::wstring path = TempPath(L"qvn-dshow-encoder.avi");
     const BITMAPINFOHEADER uyvy = Format(MakeFourCC("UYVY"), 16);

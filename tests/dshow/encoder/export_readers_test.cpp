@@ -1,7 +1,5 @@
-// Whole exports through qvnhost.exe and QVNExport.prm (the module's DirectShow graph), read back by the
-// platform's own readers: the AVIFile API and a playback graph of its AVI splitter. The two must agree with
-// each other and with the export: every frame, every sample, the formats asked for. Then seeded runs with a
-// cancel, a suspend or a render failure at a random frame.
+// Whole exports through qvnhost.exe and the module's graph, read back by AVIFile and the AVI splitter,
+// which must agree with each other and the export; then seeded runs with a cancel, suspend or failure.
 #include <algorithm>
 #include <cstdint>
 #include <cwchar>
@@ -37,12 +35,9 @@ size_t Count(const std::vector<BYTE>& bytes, std::initializer_list<BYTE> pattern
     return n;
 }
 
-// Each code through the module's graph: the uncompressed ones straight into the multiplexer, Motion JPEG and
-// DV through their encoder filters (the stand-ins qvnhost.exe registers where the machine has none). For
-// those the stream header carries the quality the module chose, PAL frames for 576 lines, and the wide DV
-// fix where the pixel aspect asks for it. Wine's AVI splitter offers no media type for v210, r210, Motion
-// JPEG or DV video (Windows' does); if that changes, this says so. ffmpeg decodes every frame of those in
-// the cross-target comparison.
+// Each code through the module's graph (Motion JPEG and DV through qvnhost.exe's stand-in encoders): the
+// stream header's quality, PAL frames for 576 lines, the wide DV fix. Wine's splitter has no media type for
+// v210, r210, Motion JPEG or DV video (ffmpeg reads them in windows_matches_native).
 struct ExportCase {
     const char* name;
     const wchar_t* options;
@@ -160,8 +155,8 @@ TEST_F(ExportReadersTest, ADvFrameSizeTheEncoderRefusesStartsNoFile) {
     EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
-// Seeded runs through the graph, each with one event at a random frame: qvnhost.exe always ends, with 0 or
-// the module's failure (1), never a crash or a hang, and a file left behind opens with every frame whole.
+// Seeded runs through the graph, one event at a random frame each: qvnhost.exe ends with 0 or 1, and a
+// file left behind opens with every frame whole.
 TEST(ExportThroughTheGraph, CancelSuspendAndRenderFailuresAtRandomFramesEndCleanly) {
     ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))); // as the other tests' thread
     std::uint64_t state = 20261125;
@@ -196,9 +191,8 @@ TEST(ExportThroughTheGraph, CancelSuspendAndRenderFailuresAtRandomFramesEndClean
         ASSERT_EQ(file.openResult, S_OK);
         ASSERT_GE(file.stream.size(), 1u);
         if (kind == 2) {
-            // Whatever the answer (a later progress answer may clear the error word), the run stops at the
-            // lost frame. Closing stops the graph without waiting for samples still on their way to the
-            // multiplexer, so frames just before it may be missing too, never one after it.
+            // The run stops at the lost frame; closing does not wait for samples on their way, so frames
+            // just before it may be missing too, never one after it.
             EXPECT_LE(file.stream[0].streamLength, at);
         } else if (status == 0) {
             EXPECT_EQ(file.stream[0].streamLength, frames);

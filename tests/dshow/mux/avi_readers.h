@@ -1,6 +1,5 @@
-// Independent readers of the files the multiplexer writes: a RIFF walk of our own (the avih stream count,
-// each stream's strh, and the idx1 index with the payload each entry points at), the platform's AVIFile API,
-// and a playback graph of the platform's AVI splitter into recording renderers.
+// Independent readers of the files the multiplexer writes: a RIFF walk of our own, the platform's AVIFile
+// API, and a playback graph of its AVI splitter into recording renderers.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +14,7 @@ namespace qvn_test {
 std::wstring WinePath(const char* unixPath);
 std::wstring TempPath(const wchar_t* name);
 
-// Runs a command line in a process of its own: its exit status, -1 when it did not end within ms (it is then
-// ended), -2 when it could not start.
+// A command line's exit status; -1 when it did not end within ms (it is then ended), -2 when not started.
 int RunProcess(std::wstring commandLine, DWORD ms);
 
 // The filter's first pin of that direction, with a reference; null when it has none.

@@ -1,8 +1,6 @@
-// CQVNAVIWriter in real graphs of the platform's filter graph manager: our push sources (or a scripted source
-// for exact stamps) into the multiplexer, into the File Writer (the host's stand-in where the platform's
-// cannot tell its file name). Files are read back by the platform's AVIFile API and its AVI splitter; they
-// stay in mux-out/ with NAME.expect and the raw video and audio they must decode to, for read_back.sh
-// (ffprobe and ffmpeg, and qvnhost inspect's index checks, on the Linux side).
+// CQVNAVIWriter in real graphs: our push sources (or a scripted one) into it, into the File Writer (the
+// stand-in under Wine). Files are read back by AVIFile and the AVI splitter, and stay in mux-out/ with what
+// they must decode to, for read_back.sh (ffprobe, ffmpeg, qvnhost inspect).
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -20,7 +18,7 @@
 #include "dshow/qvn_avi_writer.h"
 #include "dshow/video_source.h"
 #include "host/dshow_standins/file_writer_standin.h"
-#include "tests/dshow/graph_fixture.h"
+#include "tests/dshow/base/source_graph.h"
 #include "tests/dshow/mux/avi_readers.h"
 #include "tests/dshow/push_helpers.h"
 
@@ -72,21 +70,20 @@ struct Event {
     LONG_PTR p1, p2;
 };
 
-// What a file must hold: its video frames by number in index order (a repeat names its frame again), and
-// its audio bytes in the file's channel order, written in the given number of chunks.
-struct Expected {
-    std::string name;
-    std::vector<int> order;
-    LONG width = 0, height = 0;
-    DWORD rate = 0, scale = 0;
-    std::vector<BYTE> audio;
-    WORD channels = 0, bits = 0;
-    DWORD sampleRate = 0;
-    int blocks = 0;
+// A file's streams: video frames of width x height at rate / scale, and audio in blocks.
+struct FileCase {
+    const char* name;
+    LONG width, height;
+    REFERENCE_TIME perFrame;
+    DWORD rate, scale;
+    int frames;    // 0: no video
+    WORD channels; // 0: no audio
+    DWORD sampleRate;
+    WORD bits;
+    int blockFrames, blocks;
 };
 
-// The numbered source's pin with its own type, frames and stamps: frame k starts at starts[k], lasts one
-// frame and carries Frame(k).
+// The numbered source's pin: frame k starts at starts[k], lasts one frame and carries Frame(k).
 class CScriptedStream : public qvn_test::CNumberedStream {
 public:
     CScriptedStream(HRESULT* phr, CSource* filter, std::vector<REFERENCE_TIME> at)
@@ -120,26 +117,25 @@ public:
 };
 
 // The multiplexer's output connected to the File Writer, in a graph without a clock.
-class MuxTest : public qvn_test::GraphTest {
+class MuxTest : public qvn_test::OwningGraphTest {
 protected:
     void SetUp() override {
-        GraphTest::SetUp();
+        OwningGraphTest::SetUp();
         if (HasFatalFailure())
             return;
         ASSERT_TRUE(SUCCEEDED(standIn_.Register(false)));
         HRESULT hr = E_FAIL;
-        mux = static_cast<CQVNAVIWriter*>(CQVNAVIWriter::CreateInstance(nullptr, &hr));
+        muxFilter =
+            Own(mux = static_cast<CQVNAVIWriter*>(CQVNAVIWriter::CreateInstance(nullptr, &hr)), L"AVI Mux");
         ASSERT_EQ(S_OK, hr);
-        (muxFilter = mux)->AddRef();
         ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
                                          reinterpret_cast<void**>(&fileWriter)));
+        Own(fileWriter, L"File writer")->Release();
         ASSERT_NE(nullptr, sink = Query<IFileSinkFilter2>(fileWriter, IID_IFileSinkFilter2));
         ASSERT_NE(nullptr, writerState = Query<IQVNAVIWriter>(muxFilter, IID_IQVNAVIWriter));
         IMediaFilter* clock = Query<IMediaFilter>(graph, IID_IMediaFilter);
         ASSERT_EQ(S_OK, clock->SetSyncSource(nullptr));
         clock->Release();
-        ASSERT_EQ(S_OK, graph->AddFilter(muxFilter, L"AVI Mux"));
-        ASSERT_EQ(S_OK, graph->AddFilter(fileWriter, L"File writer"));
         IPin* out = FirstPin(muxFilter, PINDIR_OUTPUT);
         IPin* in = FirstPin(fileWriter, PINDIR_INPUT);
         ASSERT_TRUE(out != nullptr && in != nullptr);
@@ -149,19 +145,16 @@ protected:
     }
 
     void ReleaseFilters() override {
-        for (IUnknown* object : std::initializer_list<IUnknown*>{sink, writerState, fileWriter, muxFilter})
+        for (IUnknown* object : std::initializer_list<IUnknown*>{sink, writerState})
             if (object != nullptr)
                 object->Release();
-        for (IBaseFilter* source : sources)
-            source->Release();
+        OwningGraphTest::ReleaseFilters();
         EXPECT_EQ(S_OK, standIn_.Revoke());
     }
 
     // A new source in the graph, its pin connected to the multiplexer's spare input pin (always the last).
     template <class Source> Source* AddSource(Source* source, const wchar_t* name, IPin* pin) {
-        sources.push_back(source);
-        source->AddRef();
-        EXPECT_EQ(S_OK, graph->AddFilter(source, name));
+        Own(source, name);
         const int spare = mux->InputPinCount() - 1;
         EXPECT_FALSE(mux->InputPin(spare)->IsConnected());
         EXPECT_EQ(S_OK, graph->ConnectDirect(pin, mux->InputPin(spare), nullptr));
@@ -239,20 +232,23 @@ protected:
         return bytes;
     }
 
-    // The stopped graph's file, base + ".avi", against e: the writer's counts, the AVIFile API and the AVI
-    // splitter; then NAME.expect and the raw streams for read_back.sh.
-    void ReadBack(const std::wstring& base, const Expected& e) {
-        const std::wstring path = base + L".avi";
-        const bool hasVideo = !e.order.empty(), hasAudio = e.channels > 0;
+    // mux-out/NAME.avi against the writer's counts, AVIFile and the splitter; then the files for
+    // read_back.sh. order: frame numbers by index entry (a repeat names its frame again); sound: in the
+    // file's order.
+    void ReadBack(const std::string& name, const FileCase& e, const std::vector<int>& order,
+                  const std::vector<BYTE>& sound) {
+        const std::wstring base = OutDir() + L"\\" + std::wstring(name.begin(), name.end()),
+                           path = base + L".avi";
+        const bool hasVideo = !order.empty(), hasAudio = e.channels > 0;
         const ULONG streams = (hasVideo ? 1u : 0u) + (hasAudio ? 1u : 0u), audioStream = hasVideo ? 1 : 0;
         const DWORD frameBytes = static_cast<DWORD>(e.width * e.height * 2);
-        const size_t samples = hasAudio ? e.audio.size() / (e.channels * e.bits / 8) : 0;
+        const size_t samples = hasAudio ? sound.size() / (e.channels * e.bits / 8) : 0;
         std::vector<BYTE> entries, distinct, bitmapHeader, waveFormat; // video by index entry, by chunk
         std::string pts;
-        for (size_t i = 0; i < e.order.size(); ++i) {
-            const std::vector<BYTE> frame = Frame(e.order[i], frameBytes);
+        for (size_t i = 0; i < order.size(); ++i) {
+            const std::vector<BYTE> frame = Frame(order[i], frameBytes);
             entries.insert(entries.end(), frame.begin(), frame.end());
-            if (i == 0 || e.order[i] != e.order[i - 1]) {
+            if (i == 0 || order[i] != order[i - 1]) {
                 // ffmpeg's reading: each chunk once, at the time of its first index entry.
                 distinct.insert(distinct.end(), frame.begin(), frame.end());
                 pts += (i == 0 ? "" : " ") + std::to_string(i);
@@ -262,39 +258,38 @@ protected:
         if (hasVideo) {
             bitmapHeader = ConnectionFormat(0);
             const QVNAVIStreamState s = StreamState(0);
-            EXPECT_EQ(std::make_tuple(chunks, static_cast<ULONG>(e.order.size()) - chunks, 0L),
+            EXPECT_EQ(std::make_tuple(chunks, static_cast<ULONG>(order.size()) - chunks, 0L),
                       std::make_tuple(s.chunksWritten, s.repeatsWritten, s.pin));
         }
         if (hasAudio) {
             waveFormat = ConnectionFormat(static_cast<int>(audioStream));
             const QVNAVIStreamState s = StreamState(audioStream);
             EXPECT_EQ(
-                std::make_tuple(static_cast<ULONG>(e.blocks), ULONGLONG{e.audio.size()}, LONG(audioStream)),
+                std::make_tuple(static_cast<ULONG>(e.blocks), ULONGLONG{sound.size()}, LONG(audioStream)),
                 std::make_tuple(s.chunksWritten, s.bytesWritten, s.pin));
         }
 
-        // 1. The platform's AVIFile API. Wine's cannot open an audio-only file: avih is zero by design but
-        // for the stream count, so without AVIF_HASINDEX it scans the movi list for chunks and gives up at
-        // the JUNK padding (AVIERR_BADFORMAT). ffprobe and the splitter read those files.
+        // 1. AVIFile. Wine's cannot open an audio-only file (avih is zero by design but for the stream count,
+        // so it scans movi for chunks and gives up at the JUNK padding); ffprobe and the splitter read those.
         if (hasVideo) {
             const qvn_test::AviFileRead avifile = qvn_test::ReadWithAviFile(path);
             ASSERT_EQ(S_OK, avifile.openResult);
             ASSERT_EQ(streams, avifile.streams);
             const qvn_test::AviFileStream& v = avifile.stream[0];
             EXPECT_EQ(std::make_tuple(DWORD{MAKEFOURCC('v', 'i', 'd', 's')}, e.rate, e.scale,
-                                      static_cast<LONG>(e.order.size())),
+                                      static_cast<LONG>(order.size())),
                       std::make_tuple(v.fccType, v.rate, v.scale, v.streamLength));
             EXPECT_EQ(bitmapHeader, v.format);
-            ASSERT_EQ(e.order.size(), v.frames.size());
-            for (size_t i = 0; i < e.order.size(); ++i)
-                ASSERT_EQ(Frame(e.order[i], frameBytes), v.frames[i]) << "AVIStreamRead of entry " << i;
+            ASSERT_EQ(order.size(), v.frames.size());
+            for (size_t i = 0; i < order.size(); ++i)
+                ASSERT_EQ(Frame(order[i], frameBytes), v.frames[i]) << "AVIStreamRead of entry " << i;
             if (hasAudio) {
                 const qvn_test::AviFileStream& a = avifile.stream[1];
                 EXPECT_EQ(std::make_tuple(DWORD{MAKEFOURCC('a', 'u', 'd', 's')}, e.sampleRate, 1ul,
                                           static_cast<LONG>(samples)),
                           std::make_tuple(a.fccType, a.rate, a.scale, a.streamLength));
                 EXPECT_EQ(waveFormat, a.format);
-                EXPECT_TRUE(a.samples == e.audio) << "AVIStreamRead of every sample";
+                EXPECT_TRUE(a.samples == sound) << "AVIStreamRead of every sample";
             }
         }
 
@@ -308,16 +303,16 @@ protected:
                 all.insert(all.end(), sample.bytes.begin(), sample.bytes.end());
             const bool isVideo = IsEqualGUID(s.majortype, MEDIATYPE_Video);
             if (isVideo) {
-                EXPECT_EQ(e.order.size(), s.samples.size());
+                EXPECT_EQ(order.size(), s.samples.size());
             }
-            EXPECT_TRUE(all == (isVideo ? entries : e.audio)) << "the splitter's samples, video " << isVideo;
+            EXPECT_TRUE(all == (isVideo ? entries : sound)) << "the splitter's samples, video " << isVideo;
             EXPECT_EQ(1, s.endOfStreams);
         }
 
         WriteBytes(base + L".video.raw", std::string(distinct.begin(), distinct.end()));
-        WriteBytes(base + L".audio.raw", std::string(e.audio.begin(), e.audio.end()));
+        WriteBytes(base + L".audio.raw", std::string(sound.begin(), sound.end()));
         WriteBytes(base + L".expect",
-                   "name=" + e.name + "\nvideo_frames=" + std::to_string(e.order.size()) + "\nvideo_pts=\"" +
+                   "name=" + name + "\nvideo_frames=" + std::to_string(order.size()) + "\nvideo_pts=\"" +
                        pts + "\"\nwidth=" + std::to_string(e.width) + "\nheight=" + std::to_string(e.height) +
                        "\nvideo_rate=" + std::to_string(e.rate) + "/" + std::to_string(e.scale) +
                        "\naudio_samples=" + std::to_string(samples) + "\nchannels=" +
@@ -332,7 +327,6 @@ protected:
     IQVNAVIWriter* writerState = nullptr;
     CVideoSource* video = nullptr;
     CAudioSource* audio = nullptr;
-    std::vector<IBaseFilter*> sources;
     qvn_standins::FileWriterStandInRegistration standIn_;
 };
 
@@ -364,8 +358,7 @@ TEST_F(MuxTest, KeepsOneSpareInputRefusesOtherTypesAndForwardsStreamControl) {
     pins->Release();
     EXPECT_EQ(4u, got) << "enumerators see the added pins";
 
-    // 30 buffers of the connection's sample size, 4096-aligned; our push sources impose their own
-    // allocator all the same (the scripted runs check that the request reaches an upstream pin).
+    // 30 buffers of the sample size, 4096-aligned (the scripted runs see them reach an upstream pin).
     ALLOCATOR_PROPERTIES props{};
     ASSERT_EQ(S_OK, mux->InputPin(0)->GetAllocatorRequirements(&props));
     EXPECT_EQ(std::make_tuple(30L, 64L * 8 * 2, 4096L, 0L),
@@ -392,8 +385,7 @@ TEST_F(MuxTest, KeepsOneSpareInputRefusesOtherTypesAndForwardsStreamControl) {
     EXPECT_EQ(E_POINTER, mux->InputPin(0)->GetInfo(nullptr));
     filterControl->Release();
 
-    // The File Writer in use (Wine's has no IFileSinkFilter2: the stand-in) as Windows' answers: its name
-    // and type come back as the caller's own copies, and it refuses what it cannot take.
+    // The File Writer stand-in answers as Windows' does: name and type come back as the caller's copies.
     AM_MEDIA_TYPE type{};
     IFileSinkFilter2* fresh = nullptr;
     ASSERT_EQ(S_OK, CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IFileSinkFilter2,
@@ -421,21 +413,6 @@ TEST_F(MuxTest, KeepsOneSpareInputRefusesOtherTypesAndForwardsStreamControl) {
     in->Release();
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Whole files from our push sources, read back by the platform's readers (and by read_back.sh).
-
-struct FileCase {
-    const char* name;
-    LONG width, height;
-    REFERENCE_TIME perFrame;
-    DWORD rate, scale;
-    int frames;    // 0: no video
-    WORD channels; // 0: no audio
-    DWORD sampleRate;
-    WORD bits;
-    int blockFrames, blocks;
-};
-
 class MuxFileTest : public MuxTest, public ::testing::WithParamInterface<FileCase> {};
 
 TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
@@ -445,17 +422,17 @@ TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
     if (c.channels > 0)
         AddAudio(c.channels, c.sampleRate, c.bits);
     ASSERT_FALSE(HasFatalFailure());
-    const std::wstring base = OutDir() + L"\\" + std::wstring(c.name, c.name + strlen(c.name));
-    SetFile(base + L".avi");
-    Expected e{c.name, {},         c.width, c.height,     c.rate,  c.scale,
-               {},     c.channels, c.bits,  c.sampleRate, c.blocks};
+    const std::wstring path = OutDir() + L"\\" + std::wstring(c.name, c.name + strlen(c.name)) + L".avi";
+    SetFile(path);
+    std::vector<int> order;
+    std::vector<BYTE> sound; // in the file's channel order
     for (int k = 0; k < c.frames; ++k)
-        e.order.push_back(k);
+        order.push_back(k);
     // The producer's 5.1 order is L, R, Ls, Rs, C, LFE; the file's L, R, C, LFE, Ls, Rs.
     static const int kFileToProducer[6] = {0, 1, 4, 5, 2, 3};
     for (long long f = 0; f < static_cast<long long>(c.blockFrames) * c.blocks; ++f)
         for (int ch = 0; ch < c.channels; ++ch)
-            PutSample(e.audio, f, c.channels == 6 ? kFileToProducer[ch] : ch, c.bits / 8);
+            PutSample(sound, f, c.channels == 6 ? kFileToProducer[ch] : ch, c.bits / 8);
     for (CPushSourcePin* pin : std::initializer_list<CPushSourcePin*>{
              video != nullptr ? video->Pin() : nullptr, audio != nullptr ? audio->Pin() : nullptr})
         if (pin != nullptr) {
@@ -489,8 +466,8 @@ TEST_P(MuxFileTest, EveryFrameAndSampleReadsBackThroughThePlatformsReaders) {
     state = State();
     EXPECT_FALSE(state.fileOpen);
     EXPECT_EQ(S_OK, state.error);
-    EXPECT_EQ(base + L".avi", FileName()) << "the path came from the File Writer";
-    ReadBack(base, e);
+    EXPECT_EQ(path, FileName()) << "the path came from the File Writer";
+    ReadBack(c.name, c, order, sound);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -501,7 +478,6 @@ INSTANTIATE_TEST_SUITE_P(
                       FileCase{"audio_only_24bit", 0, 0, 0, 0, 0, 0, 2, 44100, 24, 2205, 20}),
     [](const ::testing::TestParamInfo<FileCase>& p) { return std::string(p.param.name); });
 
-// ---------------------------------------------------------------------------------------------------------
 // Six scripted frames: a gap in the stamps between frames 2 and 3 becomes repeat entries pointing at the
 // previous frame, and the input pin's own stream control gates frames and sends each event once.
 
@@ -536,8 +512,8 @@ TEST_P(MuxScriptTest, FramesReachTheFileAsStampedRepeatedAndGated) {
     AM_STREAM_INFO info{};
     ASSERT_EQ(S_OK, pin->GetInfo(&info));
     EXPECT_EQ(Fields(c.info), Fields(info));
-    const std::wstring name = L"script_" + std::wstring(c.name, c.name + strlen(c.name));
-    SetFile(OutDir() + L"\\" + name + L".avi");
+    const std::string name = std::string("script_") + c.name;
+    SetFile(OutDir() + L"\\" + std::wstring(name.begin(), name.end()) + L".avi");
     ASSERT_TRUE(SUCCEEDED(control->Run()));
     const std::vector<Event> seen = EventsUntil(EC_COMPLETE);
     ASSERT_TRUE(Has(seen, EC_COMPLETE));
@@ -553,8 +529,7 @@ TEST_P(MuxScriptTest, FramesReachTheFileAsStampedRepeatedAndGated) {
             << "event " << i << " names the pin";
         EXPECT_EQ(c.events[i].p2, got[i].p2) << "cookie of event " << i;
     }
-    // The multiplexer's requirements reached the upstream pin (the platform's memory allocator aligns its
-    // block, not each buffer: alignment is not checked here).
+    // The multiplexer's requirements reached the upstream pin.
     IMemAllocator* allocator = nullptr;
     ALLOCATOR_PROPERTIES props{};
     ASSERT_EQ(S_OK, pin->GetAllocator(&allocator));
@@ -562,8 +537,7 @@ TEST_P(MuxScriptTest, FramesReachTheFileAsStampedRepeatedAndGated) {
     allocator->Release();
     EXPECT_EQ(30, props.cBuffers);
     EXPECT_EQ(4096, props.cbAlign);
-    ReadBack(OutDir() + L"\\" + name,
-             {std::string("script_") + c.name, c.order, 64, 8, 30000, 1001, {}, 0, 0, 0, 0});
+    ReadBack(name, {nullptr, 64, 8, kFrame, 30000, 1001, 6, 0, 0, 0, 0, 0}, c.order, {});
 }
 
 const REFERENCE_TIME kTwo = 2 * kFrame, kThree = 3 * kFrame, kZero = 0, kMax = 0x7FFFFFFFFFFFFFFF;
@@ -590,9 +564,6 @@ INSTANTIATE_TEST_SUITE_P(Script, MuxScriptTest, ::testing::Values(
                {0, kTwo, 0, 4, 16}, {0, 1, 2, 3, 4, 5}, {}}),
     [](const ::testing::TestParamInfo<ScriptCase>& p) { return std::string(p.param.name); });
 // clang-format on
-
-// ---------------------------------------------------------------------------------------------------------
-// Opening without streams, opening again, and failures.
 
 TEST_F(MuxTest, NoConnectedInputOpensAFileWithNoStreamsAndEachRunOpensAgain) {
     for (int run = 0; run < 2; ++run) {
@@ -634,9 +605,7 @@ TEST_P(MuxOpenFailureTest, TheGraphFailsToRunAndKeepsNoFile) {
     }
     EXPECT_FALSE(State().fileOpen);
     EXPECT_EQ(S_OK, control->Stop());
-    // Wine's graph stays stopped after a failed pause, so its Stop stops nothing, while the filters that
-    // did pause (the source, its streaming thread running) stay paused, and releasing the graph would
-    // hang in the source: a caller stops every filter itself after a failed Run.
+    // After a failed pause Wine's Stop stops nothing, and the paused source would hang the release.
     for (IBaseFilter* filter : {static_cast<IBaseFilter*>(video), muxFilter, fileWriter})
         EXPECT_EQ(S_OK, filter->Stop());
     EXPECT_EQ(path, FileName());

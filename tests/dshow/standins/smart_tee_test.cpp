@@ -1,6 +1,5 @@
-// The Smart Tee stand-in, created through its registration by class identifier, in graphs made by the
-// platform's filter graph manager: our video source into it, "Capture" and "Preview" into recording
-// renderers or the platform's Null Renderer.
+// The Smart Tee stand-in, made by class identifier, in real graphs: our video source into it, "Capture"
+// and "Preview" into recording renderers or the platform's Null Renderer.
 #include <algorithm>
 #include <tuple>
 #include <utility>
@@ -122,9 +121,8 @@ protected:
     qvn_test::CRecordingRenderer* preview = nullptr;
 };
 
-// The preview's peer: quick, slow, keeping every sample (so the preview's buffers run out), or the
-// platform's Null Renderer. None of them may cost Capture a frame. A stop time on both outputs ends both
-// streams there.
+// The preview's peer: quick, slow, keeping every sample (its buffers run out), or the platform's Null
+// Renderer; none may cost Capture a frame. A stop time on both outputs ends both streams there.
 struct PreviewCase {
     const char* name;
     unsigned delayMs;
@@ -217,8 +215,7 @@ TEST_F(SmartTeeTest, PinsConnectInOrderAndStreamNotificationsReachBothOutputs) {
     }
 }
 
-// Each stand-in's check picks it under Wine, whose filters are unfit; forcing registers it, registering
-// again changes nothing, and after the revocation the class identifier makes the platform's filter again.
+// Each stand-in's check picks it under Wine; forcing registers it, and once revoked the platform's is back.
 TEST(StandInRegistration, TheCheckPicksTheStandInUnderWineAndForcingRegistersIt) {
     ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
     {

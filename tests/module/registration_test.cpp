@@ -31,14 +31,6 @@ std::wstring ReadString(const wchar_t* key, const wchar_t* name) {
                : L"<missing>";
 }
 
-bool KeyExists(const wchar_t* key) {
-    HKEY handle = nullptr;
-    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, key, 0, KEY_READ, &handle) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(handle);
-    return true;
-}
-
 // An export as the one function type every other converts from without complaint.
 using AnyFunction = void (*)();
 AnyFunction Export(HMODULE module, const char* name) {
@@ -89,8 +81,10 @@ TEST_F(Registration, Regsvr32WritesEveryKeyTheClassIsCreatedFromAndUnregistering
     mux->Release();
 
     ASSERT_EQ(0, Regsvr32(L"/u /s"));
+    HKEY handle = nullptr;
     for (const wchar_t* key : {kMuxKey, L"AVIWriter.QVNAVIWriter.1", L"AVIWriter.QVNAVIWriter", kFilterKey})
-        EXPECT_FALSE(KeyExists(key)) << testing::PrintToString(std::wstring(key));
+        EXPECT_NE(ERROR_SUCCESS, RegOpenKeyExW(HKEY_CLASSES_ROOT, key, 0, KEY_READ, &handle))
+            << testing::PrintToString(std::wstring(key));
     EXPECT_EQ(REGDB_E_CLASSNOTREG, CoCreateInstance(kMux, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
                                                     reinterpret_cast<void**>(&mux)));
 }

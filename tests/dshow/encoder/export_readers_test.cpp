@@ -123,29 +123,27 @@ TEST_P(ExportReadersCodeTest, EveryFrameAndSampleReachesThePlatformsReaders) {
 }
 
 // At 29.97, 30 frames hold 30 x 1601.6 = 48048 sample frames exactly.
-INSTANTIATE_TEST_SUITE_P(
-    Codes, ExportReadersCodeTest,
-    ::testing::Values(
-        ExportCase{"UYVY_5_1", L"--codec UYVY --size 720x486 --rate 29.97 --audio 5.1",
-                   QVN::MakeFourCC("UYVY"), 30000, 1001, 30, 720, 486, 6, 16, 720 * 486 * 2, 0, false, true},
-        ExportCase{"HDYC_stereo", L"--codec HDYC --size 1280x720 --rate 29.97 --audio stereo",
-                   QVN::MakeFourCC("HDYC"), 30000, 1001, 30, 1280, 720, 2, 16, 1280 * 720 * 2, 0, false,
-                   true},
-        ExportCase{"v210_no_audio", L"--codec v210 --size 1920x1080 --rate 29.97 --audio none",
-                   QVN::MakeFourCC("v210"), 30000, 1001, 30, 1920, 1080, 0, 20, 1920 / 48 * 128 * 1080, 0,
-                   false, false},
-        ExportCase{"r210_mono", L"--codec r210 --size 640x360 --rate 29.97 --audio mono",
-                   QVN::MakeFourCC("r210"), 30000, 1001, 30, 640, 360, 1, 30, 640 * 4 * 360, 0, false, false},
-        ExportCase{"MJPG_1080_stereo", L"--codec MJPG --size 1920x1080 --rate 29.97 --audio stereo",
-                   QVN::MakeFourCC("MJPG"), 30000, 1001, 30, 1920, 1080, 2, 0, 0, 9000, false, false},
-        ExportCase{"MJPG_480_5_1", L"--codec MJPG --size 720x480 --rate 25 --audio 5.1",
-                   QVN::MakeFourCC("MJPG"), 25, 1, 25, 720, 480, 6, 0, 0, 9800, false, false},
-        ExportCase{"dvsd_NTSC", L"--codec dvsd --size 720x480 --rate 29.97 --aspect NTSC --audio none",
-                   QVN::MakeFourCC("dvsd"), 30000, 1001, 30, 720, 480, 0, 0, 120000, 0, false, false},
-        ExportCase{"dvsd_PAL_wide",
-                   L"--codec dvsd --size 720x576 --rate 25 --aspect \"PAL wide\" --audio stereo",
-                   QVN::MakeFourCC("dvsd"), 25, 1, 25, 720, 576, 2, 0, 144000, 0, true, false}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Codes, ExportReadersCodeTest, ::testing::Values(
+    ExportCase{"UYVY_5_1", L"--codec UYVY --size 720x486 --rate 29.97 --audio 5.1", QVN::MakeFourCC("UYVY"),
+               30000, 1001, 30, 720, 486, 6, 16, 720 * 486 * 2, 0, false, true},
+    ExportCase{"HDYC_stereo", L"--codec HDYC --size 1280x720 --rate 29.97 --audio stereo",
+               QVN::MakeFourCC("HDYC"), 30000, 1001, 30, 1280, 720, 2, 16, 1280 * 720 * 2, 0, false, true},
+    ExportCase{"v210_no_audio", L"--codec v210 --size 1920x1080 --rate 29.97 --audio none",
+               QVN::MakeFourCC("v210"), 30000, 1001, 30, 1920, 1080, 0, 20, 1920 / 48 * 128 * 1080, 0, false,
+               false},
+    ExportCase{"r210_mono", L"--codec r210 --size 640x360 --rate 29.97 --audio mono", QVN::MakeFourCC("r210"),
+               30000, 1001, 30, 640, 360, 1, 30, 640 * 4 * 360, 0, false, false},
+    ExportCase{"MJPG_1080_stereo", L"--codec MJPG --size 1920x1080 --rate 29.97 --audio stereo",
+               QVN::MakeFourCC("MJPG"), 30000, 1001, 30, 1920, 1080, 2, 0, 0, 9000, false, false},
+    ExportCase{"MJPG_480_5_1", L"--codec MJPG --size 720x480 --rate 25 --audio 5.1", QVN::MakeFourCC("MJPG"),
+               25, 1, 25, 720, 480, 6, 0, 0, 9800, false, false},
+    ExportCase{"dvsd_NTSC", L"--codec dvsd --size 720x480 --rate 29.97 --aspect NTSC --audio none",
+               QVN::MakeFourCC("dvsd"), 30000, 1001, 30, 720, 480, 0, 0, 120000, 0, false, false},
+    ExportCase{"dvsd_PAL_wide", L"--codec dvsd --size 720x576 --rate 25 --aspect \"PAL wide\" --audio stereo",
+               QVN::MakeFourCC("dvsd"), 25, 1, 25, 720, 576, 2, 0, 144000, 0, true, false}),
     [](const ::testing::TestParamInfo<ExportCase>& p) { return std::string(p.param.name); });
+// clang-format on
 
 // A frame size the DV encoder does not take: the graph cannot be built, and no file is started.
 TEST_F(ExportReadersTest, ADvFrameSizeTheEncoderRefusesStartsNoFile) {

@@ -1,9 +1,7 @@
 #!/bin/sh
-# The same export through the Windows module (qvnhost.exe under Wine) and through the native module must
-# hold the same pictures and the same samples, decoded and compared by checksum: chunk interleaving may
-# differ between runs, the content may not. On Windows the uncompressed codes go through the DirectShow
-# graph, whose audio source puts 5.1 into the file's channel order (L, R, C, LFE, Ls, Rs), where the native
-# direct path keeps the host's (L, R, Ls, Rs, C, LFE): the native 5.1 samples are reordered first.
+# The same export through the Windows module (qvnhost.exe under Wine, the DirectShow graph) and through the
+# native module must hold the same pictures and samples, compared decoded (interleaving may differ). The
+# graph writes 5.1 as L, R, C, LFE, Ls, Rs, the native path as L, R, Ls, Rs, C, LFE: the native is reordered.
 #   compare_targets.sh WINE_RUNNER WINDOWS_QVNHOST NATIVE_QVNHOST WORK_DIR
 set -eu
 runner=$1 winhost=$2 nativehost=$3 work=$4
@@ -24,8 +22,7 @@ export_on() {
         { fail "the $target file is not consistent"; tail -5 "$work/$name.$target.inspect"; return 1; }
 }
 
-# same_samples CODEC: one checksum over every sample of each file, decoded as CODEC ("copy": the bytes
-# themselves; how a reader cuts chunks into packets depends on the interleaving); decoded 5.1 is reordered.
+# same_samples CODEC: one checksum over every sample of each file, decoded as CODEC ("copy": the bytes).
 same_samples() {
     for target in native windows; do
         pan=
@@ -37,8 +34,8 @@ same_samples() {
 }
 
 # export_both NAME STREAMS OPTIONS...: STREAMS is "v a" or "a". Video: one checksum per decoded frame.
-# Audio: 64-bit floats where channels move, which is exact for every sample type; else the bytes (the graph
-# labels 32-bit float as float where the direct path calls it 32-bit PCM: decoded samples would differ).
+# Audio: 64-bit floats where channels move (exact for every type); else the bytes (the graph labels 32-bit
+# float as float, the direct path as 32-bit PCM).
 export_both() {
     name=$1 streams=$2
     shift 2
@@ -60,10 +57,8 @@ export_both() {
     rm -f "$work/$name".*
 }
 
-# export_close NAME OPTIONS...: DVCPRO, which each target's host compresses with its own libavcodec (the
-# system's, with assembly; qvnhost.exe's, without): the pictures differ by rounding only, so the decoded
-# frames must stay above 60 dB PSNR (a wrong frame, field or colour matrix gives under 30); the samples are
-# the same bytes.
+# export_close NAME OPTIONS...: DVCPRO, compressed by each host's own libavcodec: the pictures differ by
+# rounding only, above 60 dB PSNR (a wrong frame, field or matrix gives under 30); the samples are the same.
 export_close() {
     name=$1
     shift
@@ -76,12 +71,10 @@ export_close() {
     rm -f "$work/$name".*
 }
 
-# export_lossy NAME REFERENCE FLOOR OPTIONS...: Motion JPEG and DV, which only the Windows module writes
-# (through the encoder filters of its graph). The native module exports the same frames uncompressed with
-# the REFERENCE code; both are turned into RGB through their own colour matrices (UYVY BT.601 and HDYC
-# BT.709 in video range; Motion JPEG BT.601 full range; DV BT.601 video range) and every frame must stay
-# above FLOOR dB PSNR (33.8 to 37.9 here; a wrong matrix gives 27, a wrong range 29, a frame out of place
-# 18, a flipped picture 7). The audio holds the native samples.
+# export_lossy NAME REFERENCE FLOOR OPTIONS...: Motion JPEG and DV (Windows only) against the native
+# uncompressed REFERENCE export, both in RGB through their own matrices and ranges: every frame above FLOOR
+# dB PSNR (33.8 to 37.9 here; a wrong matrix gives 27, a wrong range 29, a frame out of place 18). The audio
+# holds the native samples.
 export_lossy() {
     name=$1 reference=$2 floor=$3
     shift 3

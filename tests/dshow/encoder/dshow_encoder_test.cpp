@@ -1,12 +1,12 @@
-// CDShowEncoder driven as the export run drives it, in graphs of the platform's filter graph manager (with
-// the File Writer and Smart Tee stand-ins where Wine's are unfit): the graph it builds and registers, the
-// frame limit its stream controls enforce, the stream header it patches, its audio arithmetic and failures.
+// CDShowEncoder driven as the export run drives it, in real graphs: the graph it builds and registers, the
+// frame limit, the stream header it patches, its audio arithmetic and failures.
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <fstream>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -21,6 +21,7 @@
 namespace {
 
 using QVN::MakeFourCC;
+using qvn_test::TempPath;
 
 constexpr LONG kWidth = 64, kHeight = 48;
 
@@ -30,13 +31,7 @@ BITMAPINFOHEADER Format(DWORD code, WORD bits) {
     return h;
 }
 
-std::wstring TempPath(const wchar_t* name) {
-    wchar_t dir[MAX_PATH];
-    GetTempPathW(MAX_PATH, dir);
-    return std::wstring(dir) + name;
-}
-
-// The running-object table's display names that belong to this process.
+// The running-object table's display names that belong to this process, and the graph's filter names.
 std::vector<std::wstring> GraphEntries() {
     std::vector<std::wstring> names;
     IRunningObjectTable* table = nullptr;
@@ -55,9 +50,8 @@ std::vector<std::wstring> GraphEntries() {
             names.push_back(name);
         CoTaskMemFree(name);
     }
-    context->Release();
-    monikers->Release();
-    table->Release();
+    for (IUnknown* object : std::initializer_list<IUnknown*>{context, monikers, table})
+        object->Release();
     return names;
 }
 
@@ -69,8 +63,7 @@ std::set<std::wstring> FilterNames(IGraphBuilder* graph) {
         FILTER_INFO info{};
         filter->QueryFilterInfo(&info);
         names.insert(info.achName);
-        if (info.pGraph != nullptr)
-            info.pGraph->Release();
+        info.pGraph->Release();
     }
     filters->Release();
     return names;
@@ -83,10 +76,9 @@ protected:
         ASSERT_TRUE(SUCCEEDED(fileWriter_.Register(false)));
         ASSERT_TRUE(SUCCEEDED(smartTee_.Register(false)));
     }
-    void TearDown() override {
-        fileWriter_.Revoke();
-        smartTee_.Revoke();
-        GraphTest::TearDown();
+    void ReleaseFilters() override {
+        EXPECT_EQ(S_OK, fileWriter_.Revoke());
+        EXPECT_EQ(S_OK, smartTee_.Revoke());
     }
 
     qvn_standins::FileWriterStandInRegistration fileWriter_;
@@ -125,7 +117,7 @@ TEST_F(DShowEncoderTest, InitialiseAnswersForEachSourceAndTarget) {
             << c.what;
 }
 
-TEST_F(DShowEncoderTest, GraphIsNamedAndRegisteredForItsLifetime) {
+TEST_F(DShowEncoderTest, GraphIsNamedAndRegisteredForItsLifetimeAndAMissingFolderFailsTheOpen) {
     const BITMAPINFOHEADER uyvy = Format(MakeFourCC("UYVY"), 16);
     const size_t before = GraphEntries().size();
     {
@@ -146,12 +138,14 @@ TEST_F(DShowEncoderTest, GraphIsNamedAndRegisteredForItsLifetime) {
         BufferList buffers;
         EXPECT_EQ(0u, encoder.GetFreeBuffers(buffers));
         EXPECT_EQ(4u, buffers.size()) << "the buffer count Initialise was given";
+        // A file in a missing folder fails the open, and the close after it.
+        EXPECT_EQ(99u, encoder.Open(1, 0, 10, TempPath(L"qvn-no-such-folder\\out.avi").c_str()));
+        EXPECT_EQ(99u, encoder.Close());
     }
     EXPECT_EQ(before, GraphEntries().size()) << "the entry is revoked with the encoder";
 }
 
-// Frames beyond the limit stop at the stream control, the stream header gets the exact rate, and the
-// pixel-aspect record follows the closed file.
+// Frames beyond the limit stop at the stream control; the header gets the exact rate, then the aspect record.
 TEST_F(DShowEncoderTest, FinishWritesTheFrameLimitAndPatchesTheHeader) {
     const std::wstring path = TempPath(L"qvn-dshow-encoder.avi");
     const BITMAPINFOHEADER uyvy = Format(MakeFourCC("UYVY"), 16);
@@ -182,10 +176,9 @@ TEST_F(DShowEncoderTest, FinishWritesTheFrameLimitAndPatchesTheHeader) {
     const qvn_test::RiffFile file = qvn_test::WalkRiff(path);
     ASSERT_TRUE(file.valid) << file.problem;
     ASSERT_EQ(2u, file.streams.size());
-    EXPECT_EQ(MakeFourCC("vids"), file.streams[0].fccType);
-    EXPECT_EQ(30000u, file.streams[0].rate);
-    EXPECT_EQ(1001u, file.streams[0].scale);
-    EXPECT_EQ(0u, file.streams[0].quality);
+    const qvn_test::RiffStream& video = file.streams[0];
+    EXPECT_EQ(std::make_tuple(MakeFourCC("vids"), 30000u, 1001u, 0u),
+              std::make_tuple(video.fccType, video.rate, video.scale, video.quality));
     const auto frames = file.Entries(0);
     ASSERT_EQ(static_cast<size_t>(kLimit), frames.size());
     for (int k = 0; k < kLimit; ++k)
@@ -203,15 +196,6 @@ TEST_F(DShowEncoderTest, FinishWritesTheFrameLimitAndPatchesTheHeader) {
     EXPECT_EQ(0, std::memcmp(tail + 32, "\0\0\0\x0a\0\0\0\x0b", 8))
         << "numerator and denominator, big-endian";
     DeleteFileW(path.c_str());
-}
-
-TEST_F(DShowEncoderTest, OpenFailsCleanlyForAFolderThatIsMissing) {
-    const BITMAPINFOHEADER uyvy = Format(MakeFourCC("UYVY"), 16);
-    const std::wstring path = TempPath(L"qvn-no-such-folder\\out.avi");
-    CDShowEncoder encoder;
-    ASSERT_EQ(0u, encoder.Initialise(&uyvy, &uyvy, 1, 25, 1, 4, uyvy.biSizeImage, nullptr));
-    EXPECT_EQ(99u, encoder.Open(1, 0, 10, path.c_str()));
-    EXPECT_EQ(99u, encoder.Close());
 }
 
 TEST(DShowEncoderAudio, StepsTruncateForAChunkAndCarryRoundingFrameByFrame) {

@@ -1,12 +1,11 @@
-// Whole exports through qvnhost.exe and QVNExport.prm (the module's DirectShow graph), read back by the
-// platform's own readers: the AVIFile API and a playback graph of its AVI splitter. The two must agree with
-// each other and with the export: every frame, every sample, the formats asked for. Then seeded runs with a
-// cancel, a suspend or a render failure at a random frame.
+// Whole exports through qvnhost.exe and the module's graph, read back by AVIFile and the AVI splitter,
+// which must agree with each other and the export; then seeded runs with a cancel, suspend or failure.
 #include <algorithm>
 #include <cstdint>
 #include <cwchar>
 #include <initializer_list>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -19,17 +18,12 @@
 
 namespace {
 
+using qvn_test::TempPath;
 using ExportReadersTest = qvn_test::GraphTest;
 
 // Runs qvnhost.exe with the arguments; its exit status, or -1 when it did not end within two minutes.
 int RunHost(const std::wstring& arguments) {
     return qvn_test::RunProcess(L"\"" + qvn_test::WinePath(QVN_TEST_QVNHOST) + L"\" " + arguments, 120000);
-}
-
-std::wstring TempPath(const wchar_t* name) {
-    wchar_t dir[MAX_PATH];
-    GetTempPathW(MAX_PATH, dir);
-    return std::wstring(dir) + name;
 }
 
 // How often a byte pattern occurs.
@@ -41,12 +35,9 @@ size_t Count(const std::vector<BYTE>& bytes, std::initializer_list<BYTE> pattern
     return n;
 }
 
-// Each code through the module's graph: the uncompressed ones straight into the multiplexer, Motion JPEG and
-// DV through their encoder filters (the stand-ins qvnhost.exe registers where the machine has none). For
-// those the stream header carries the quality the module chose, PAL frames for 576 lines, and the wide DV
-// fix where the pixel aspect asks for it. Wine's AVI splitter offers no media type for v210, r210, Motion
-// JPEG or DV video (Windows' does); if that changes, this says so. ffmpeg decodes every frame of those in
-// the cross-target comparison.
+// Each code through the module's graph (Motion JPEG and DV through qvnhost.exe's stand-in encoders): the
+// stream header's quality, PAL frames for 576 lines, the wide DV fix. Wine's splitter has no media type for
+// v210, r210, Motion JPEG or DV video (ffmpeg reads them in windows_matches_native).
 struct ExportCase {
     const char* name;
     const wchar_t* options;
@@ -72,22 +63,17 @@ TEST_P(ExportReadersCodeTest, EveryFrameAndSampleReachesThePlatformsReaders) {
     ASSERT_EQ(file.openResult, S_OK);
     ASSERT_EQ(file.stream.size(), c.channels != 0 ? 2u : 1u);
     const qvn_test::AviFileStream& video = file.stream[0];
-    EXPECT_EQ(video.fccType, streamtypeVIDEO);
-    EXPECT_EQ(video.rate, c.rate);
-    EXPECT_EQ(video.scale, c.scale);
-    EXPECT_EQ(video.streamLength, c.frames);
+    EXPECT_EQ(std::make_tuple(DWORD{streamtypeVIDEO}, c.rate, c.scale, c.frames),
+              std::make_tuple(video.fccType, video.rate, video.scale, video.streamLength));
     if (compressed) {
         EXPECT_EQ(video.quality, c.quality);
         EXPECT_EQ(video.sampleSize, c.frameBytes) << "Motion JPEG frames vary in size";
     }
     ASSERT_GE(video.format.size(), sizeof(BITMAPINFOHEADER));
     const auto* bitmap = reinterpret_cast<const BITMAPINFOHEADER*>(video.format.data());
-    EXPECT_EQ(bitmap->biCompression, c.code);
-    EXPECT_EQ(bitmap->biWidth, c.width);
-    EXPECT_EQ(bitmap->biHeight, c.height);
-    if (!compressed) {
-        EXPECT_EQ(bitmap->biBitCount, c.bitCount);
-    }
+    EXPECT_EQ(std::make_tuple(c.code, c.width, c.height),
+              std::make_tuple(bitmap->biCompression, bitmap->biWidth, bitmap->biHeight));
+    EXPECT_TRUE(compressed || bitmap->biBitCount == c.bitCount) << bitmap->biBitCount;
     ASSERT_EQ(video.frames.size(), static_cast<size_t>(c.frames));
     for (size_t i = 0; i < video.frames.size(); ++i) {
         const std::vector<BYTE>& frame = video.frames[i];
@@ -109,14 +95,13 @@ TEST_P(ExportReadersCodeTest, EveryFrameAndSampleReachesThePlatformsReaders) {
     }
     if (c.channels != 0) {
         const qvn_test::AviFileStream& audio = file.stream[1];
-        EXPECT_EQ(audio.fccType, streamtypeAUDIO);
         ASSERT_GE(audio.format.size(), 16u);
         const auto* wave = reinterpret_cast<const WAVEFORMATEX*>(audio.format.data());
-        EXPECT_EQ(wave->nChannels, c.channels);
-        EXPECT_EQ(wave->nSamplesPerSec, 48000u);
-        EXPECT_EQ(wave->nBlockAlign, c.channels * 2u);
-        EXPECT_EQ(audio.samples.size(),
-                  size_t{48000} * c.scale * static_cast<size_t>(c.frames) / c.rate * c.channels * 2);
+        EXPECT_EQ(std::make_tuple(DWORD{streamtypeAUDIO}, c.channels, 48000ul, WORD(c.channels * 2),
+                                  size_t{48000} * c.scale * static_cast<size_t>(c.frames) / c.rate *
+                                      c.channels * 2),
+                  std::make_tuple(audio.fccType, wave->nChannels, wave->nSamplesPerSec, wave->nBlockAlign,
+                                  audio.samples.size()));
     }
     // The splitter delivers the same frames, byte for byte, and the same samples.
     const qvn_test::PlaybackRead play = qvn_test::PlayWithAviSplitter(path);
@@ -138,29 +123,27 @@ TEST_P(ExportReadersCodeTest, EveryFrameAndSampleReachesThePlatformsReaders) {
 }
 
 // At 29.97, 30 frames hold 30 x 1601.6 = 48048 sample frames exactly.
-INSTANTIATE_TEST_SUITE_P(
-    Codes, ExportReadersCodeTest,
-    ::testing::Values(
-        ExportCase{"UYVY_5_1", L"--codec UYVY --size 720x486 --rate 29.97 --audio 5.1",
-                   QVN::MakeFourCC("UYVY"), 30000, 1001, 30, 720, 486, 6, 16, 720 * 486 * 2, 0, false, true},
-        ExportCase{"HDYC_stereo", L"--codec HDYC --size 1280x720 --rate 29.97 --audio stereo",
-                   QVN::MakeFourCC("HDYC"), 30000, 1001, 30, 1280, 720, 2, 16, 1280 * 720 * 2, 0, false,
-                   true},
-        ExportCase{"v210_no_audio", L"--codec v210 --size 1920x1080 --rate 29.97 --audio none",
-                   QVN::MakeFourCC("v210"), 30000, 1001, 30, 1920, 1080, 0, 20, 1920 / 48 * 128 * 1080, 0,
-                   false, false},
-        ExportCase{"r210_mono", L"--codec r210 --size 640x360 --rate 29.97 --audio mono",
-                   QVN::MakeFourCC("r210"), 30000, 1001, 30, 640, 360, 1, 30, 640 * 4 * 360, 0, false, false},
-        ExportCase{"MJPG_1080_stereo", L"--codec MJPG --size 1920x1080 --rate 29.97 --audio stereo",
-                   QVN::MakeFourCC("MJPG"), 30000, 1001, 30, 1920, 1080, 2, 0, 0, 9000, false, false},
-        ExportCase{"MJPG_480_5_1", L"--codec MJPG --size 720x480 --rate 25 --audio 5.1",
-                   QVN::MakeFourCC("MJPG"), 25, 1, 25, 720, 480, 6, 0, 0, 9800, false, false},
-        ExportCase{"dvsd_NTSC", L"--codec dvsd --size 720x480 --rate 29.97 --aspect NTSC --audio none",
-                   QVN::MakeFourCC("dvsd"), 30000, 1001, 30, 720, 480, 0, 0, 120000, 0, false, false},
-        ExportCase{"dvsd_PAL_wide",
-                   L"--codec dvsd --size 720x576 --rate 25 --aspect \"PAL wide\" --audio stereo",
-                   QVN::MakeFourCC("dvsd"), 25, 1, 25, 720, 576, 2, 0, 144000, 0, true, false}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Codes, ExportReadersCodeTest, ::testing::Values(
+    ExportCase{"UYVY_5_1", L"--codec UYVY --size 720x486 --rate 29.97 --audio 5.1", QVN::MakeFourCC("UYVY"),
+               30000, 1001, 30, 720, 486, 6, 16, 720 * 486 * 2, 0, false, true},
+    ExportCase{"HDYC_stereo", L"--codec HDYC --size 1280x720 --rate 29.97 --audio stereo",
+               QVN::MakeFourCC("HDYC"), 30000, 1001, 30, 1280, 720, 2, 16, 1280 * 720 * 2, 0, false, true},
+    ExportCase{"v210_no_audio", L"--codec v210 --size 1920x1080 --rate 29.97 --audio none",
+               QVN::MakeFourCC("v210"), 30000, 1001, 30, 1920, 1080, 0, 20, 1920 / 48 * 128 * 1080, 0, false,
+               false},
+    ExportCase{"r210_mono", L"--codec r210 --size 640x360 --rate 29.97 --audio mono", QVN::MakeFourCC("r210"),
+               30000, 1001, 30, 640, 360, 1, 30, 640 * 4 * 360, 0, false, false},
+    ExportCase{"MJPG_1080_stereo", L"--codec MJPG --size 1920x1080 --rate 29.97 --audio stereo",
+               QVN::MakeFourCC("MJPG"), 30000, 1001, 30, 1920, 1080, 2, 0, 0, 9000, false, false},
+    ExportCase{"MJPG_480_5_1", L"--codec MJPG --size 720x480 --rate 25 --audio 5.1", QVN::MakeFourCC("MJPG"),
+               25, 1, 25, 720, 480, 6, 0, 0, 9800, false, false},
+    ExportCase{"dvsd_NTSC", L"--codec dvsd --size 720x480 --rate 29.97 --aspect NTSC --audio none",
+               QVN::MakeFourCC("dvsd"), 30000, 1001, 30, 720, 480, 0, 0, 120000, 0, false, false},
+    ExportCase{"dvsd_PAL_wide", L"--codec dvsd --size 720x576 --rate 25 --aspect \"PAL wide\" --audio stereo",
+               QVN::MakeFourCC("dvsd"), 25, 1, 25, 720, 576, 2, 0, 144000, 0, true, false}),
     [](const ::testing::TestParamInfo<ExportCase>& p) { return std::string(p.param.name); });
+// clang-format on
 
 // A frame size the DV encoder does not take: the graph cannot be built, and no file is started.
 TEST_F(ExportReadersTest, ADvFrameSizeTheEncoderRefusesStartsNoFile) {
@@ -170,8 +153,8 @@ TEST_F(ExportReadersTest, ADvFrameSizeTheEncoderRefusesStartsNoFile) {
     EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
-// Seeded runs through the graph, each with one event at a random frame: qvnhost.exe always ends, with 0 or
-// the module's failure (1), never a crash or a hang, and a file left behind opens with every frame whole.
+// Seeded runs through the graph, one event at a random frame each: qvnhost.exe ends with 0 or 1, and a
+// file left behind opens with every frame whole.
 TEST(ExportThroughTheGraph, CancelSuspendAndRenderFailuresAtRandomFramesEndCleanly) {
     ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))); // as the other tests' thread
     std::uint64_t state = 20261125;
@@ -206,9 +189,8 @@ TEST(ExportThroughTheGraph, CancelSuspendAndRenderFailuresAtRandomFramesEndClean
         ASSERT_EQ(file.openResult, S_OK);
         ASSERT_GE(file.stream.size(), 1u);
         if (kind == 2) {
-            // Whatever the answer (a later progress answer may clear the error word), the run stops at the
-            // lost frame. Closing stops the graph without waiting for samples still on their way to the
-            // multiplexer, so frames just before it may be missing too, never one after it.
+            // The run stops at the lost frame; closing does not wait for samples on their way, so frames
+            // just before it may be missing too, never one after it.
             EXPECT_LE(file.stream[0].streamLength, at);
         } else if (status == 0) {
             EXPECT_EQ(file.stream[0].streamLength, frames);

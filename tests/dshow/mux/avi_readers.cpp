@@ -11,39 +11,10 @@ namespace qvn_test {
 
 namespace {
 
-constexpr std::uint32_t Fcc(const char (&s)[5]) {
-    return static_cast<std::uint32_t>(static_cast<unsigned char>(s[0])) |
-           static_cast<std::uint32_t>(static_cast<unsigned char>(s[1])) << 8 |
-           static_cast<std::uint32_t>(static_cast<unsigned char>(s[2])) << 16 |
-           static_cast<std::uint32_t>(static_cast<unsigned char>(s[3])) << 24;
-}
-
 std::uint32_t U32(const std::vector<std::uint8_t>& data, size_t at) {
     std::uint32_t value = 0;
     memcpy(&value, data.data() + at, 4);
     return value;
-}
-
-std::vector<std::uint8_t> Bytes(const std::vector<std::uint8_t>& d, size_t at, size_t size) {
-    return {d.begin() + static_cast<std::ptrdiff_t>(at), d.begin() + static_cast<std::ptrdiff_t>(at + size)};
-}
-
-// The strl list body [begin, end): strh and strf.
-void ReadStrl(const std::vector<std::uint8_t>& d, size_t begin, size_t end, RiffFile& out) {
-    RiffStream stream;
-    for (size_t at = begin; at + 8 <= end;) {
-        const std::uint32_t id = U32(d, at), size = U32(d, at + 4);
-        if (id == Fcc("strh") && size >= 36) {
-            stream.fccType = U32(d, at + 8);
-            stream.scale = U32(d, at + 8 + 20);
-            stream.rate = U32(d, at + 8 + 24);
-            stream.quality = size >= 44 ? U32(d, at + 8 + 40) : 0;
-        } else if (id == Fcc("strf")) {
-            stream.format = Bytes(d, at + 8, size);
-        }
-        at += 8 + size + (size & 1);
-    }
-    out.streams.push_back(std::move(stream));
 }
 
 template <class T> void Release(T*& object) {
@@ -59,6 +30,12 @@ std::wstring WinePath(const char* unixPath) {
     for (const char* c = unixPath; *c != 0; ++c)
         path += *c == '/' ? L'\\' : static_cast<wchar_t>(*c);
     return path;
+}
+
+std::wstring TempPath(const wchar_t* name) {
+    wchar_t dir[MAX_PATH];
+    GetTempPathW(MAX_PATH, dir);
+    return std::wstring(dir) + name;
 }
 
 int RunProcess(std::wstring commandLine, DWORD ms) {
@@ -83,13 +60,9 @@ IPin* FirstPin(IBaseFilter* filter, PIN_DIRECTION wanted) {
     if (FAILED(filter->EnumPins(&pins)))
         return nullptr;
     IPin* pin = nullptr;
-    while (pins->Next(1, &pin, nullptr) == S_OK) {
-        PIN_DIRECTION direction{};
-        pin->QueryDirection(&direction);
-        if (direction == wanted)
-            break;
+    PIN_DIRECTION direction{};
+    while (pins->Next(1, &pin, nullptr) == S_OK && (pin->QueryDirection(&direction), direction != wanted))
         Release(pin);
-    }
     pins->Release();
     return pin;
 }
@@ -107,48 +80,57 @@ RiffFile WalkRiff(const std::wstring& path) {
     RiffFile out;
     std::ifstream file(path.c_str(), std::ios::binary);
     const std::vector<std::uint8_t> d{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (!file.is_open() || d.size() < 12 || U32(d, 0) != Fcc("RIFF") || U32(d, 8) != Fcc("AVI ")) {
+    auto bytes = [&d](size_t at, size_t size) {
+        return std::vector<std::uint8_t>(d.begin() + static_cast<std::ptrdiff_t>(at),
+                                         d.begin() + static_cast<std::ptrdiff_t>(at + size));
+    };
+    if (!file.is_open() || d.size() < 12 || U32(d, 0) != MAKEFOURCC('R', 'I', 'F', 'F') ||
+        U32(d, 8) != MAKEFOURCC('A', 'V', 'I', ' ')) {
         out.problem = "no RIFF AVI file";
         return out;
     }
-    const size_t riffEnd = std::min(d.size(), static_cast<size_t>(U32(d, 4)) + 8);
-    size_t movi = 0, idx1 = 0, idx1Size = 0; // movi: the position of the "movi" type
-    for (size_t at = 12; at + 8 <= riffEnd;) {
-        const std::uint32_t id = U32(d, at), size = U32(d, at + 4);
-        if (at + 8 + size > d.size()) {
-            out.problem = "chunk runs past the end of the file";
-            return out;
-        }
-        if (id == Fcc("LIST") && U32(d, at + 8) == Fcc("hdrl")) {
-            for (size_t in = at + 12; in + 8 <= at + 8 + size;) {
-                const std::uint32_t inner = U32(d, in), innerSize = U32(d, in + 4);
-                if (inner == Fcc("avih") && innerSize >= 28) {
-                    out.avihFrames = U32(d, in + 8 + 16);
-                    out.avihStreams = U32(d, in + 8 + 24);
-                } else if (inner == Fcc("LIST") && U32(d, in + 8) == Fcc("strl")) {
-                    ReadStrl(d, in + 12, in + 8 + innerSize, out);
-                }
-                in += 8 + innerSize + (innerSize & 1);
+    // Chunks of the list body [begin, end): whole, each passed to visit(position, id, size).
+    auto walk = [&](size_t begin, size_t end, auto&& visit) {
+        for (size_t at = begin; at + 8 <= end;) {
+            const std::uint32_t id = U32(d, at), size = U32(d, at + 4);
+            if (at + 8 + size > d.size()) {
+                out.problem = "chunk runs past the end of the file";
+                return;
             }
-        } else if (id == Fcc("LIST") && U32(d, at + 8) == Fcc("movi")) {
-            movi = at + 8;
-        } else if (id == Fcc("idx1")) {
-            idx1 = at + 8;
-            idx1Size = size;
+            visit(at, id, size, id == MAKEFOURCC('L', 'I', 'S', 'T') ? U32(d, at + 8) : 0);
+            at += 8 + size + (size & 1);
         }
-        at += 8 + size + (size & 1);
-    }
-    if (movi == 0) {
+    };
+    size_t movi = 0, idx1 = 0, idx1Size = 0; // movi: the position of the "movi" type
+    walk(12, std::min(d.size(), static_cast<size_t>(U32(d, 4)) + 8),
+         [&](size_t at, auto id, auto size, auto list) {
+             if (list == MAKEFOURCC('h', 'd', 'r', 'l')) {
+                 walk(at + 12, at + 8 + size, [&](size_t in, auto inner, auto innerSize, auto innerList) {
+                     if (inner == MAKEFOURCC('a', 'v', 'i', 'h') && innerSize >= 28)
+                         out.avihStreams = U32(d, in + 8 + 24);
+                     else if (innerList == MAKEFOURCC('s', 't', 'r', 'l'))
+                         walk(in + 12, in + 8 + innerSize, [&](size_t s, auto sid, auto ssize, auto) {
+                             if (sid == MAKEFOURCC('s', 't', 'r', 'h') && ssize >= 44)
+                                 out.streams.push_back(
+                                     {U32(d, s + 8), U32(d, s + 32), U32(d, s + 28), U32(d, s + 48)});
+                         });
+                 });
+             } else if (list == MAKEFOURCC('m', 'o', 'v', 'i')) {
+                 movi = at + 8;
+             } else if (id == MAKEFOURCC('i', 'd', 'x', '1')) {
+                 idx1 = at + 8;
+                 idx1Size = size;
+             }
+         });
+    if (out.problem.empty() && movi == 0)
         out.problem = "no movi list";
+    if (!out.problem.empty())
         return out;
-    }
     // idx1 offsets count from "movi" or from the file's start; the first entry tells which.
     size_t origin = movi;
-    if (idx1 != 0 && idx1Size >= 16) {
-        const size_t first = U32(d, idx1 + 8);
-        if (movi + first + 8 > d.size() || U32(d, movi + first) != U32(d, idx1))
-            origin = 0;
-    }
+    if (idx1 != 0 && idx1Size >= 16 &&
+        (movi + U32(d, idx1 + 8) + 8 > d.size() || U32(d, movi + U32(d, idx1 + 8)) != U32(d, idx1)))
+        origin = 0;
     for (size_t at = idx1; idx1 != 0 && at + 16 <= idx1 + idx1Size; at += 16) {
         RiffIndexEntry entry{U32(d, at), U32(d, at + 8), U32(d, at + 12), {}};
         // The chunk an entry points at must carry the entry's id and size.
@@ -158,7 +140,7 @@ RiffFile WalkRiff(const std::wstring& path) {
             out.problem = "an idx1 entry does not point at its chunk";
             return out;
         }
-        entry.payload = Bytes(d, chunk + 8, entry.size);
+        entry.payload = bytes(chunk + 8, entry.size);
         out.idx1.push_back(std::move(entry));
     }
     out.valid = true;
@@ -183,24 +165,22 @@ AviFileRead ReadWithAviFile(const std::wstring& path) {
             AVIStreamInfoW(stream, &s, sizeof(s));
             read = {s.fccType, s.dwRate, s.dwScale, s.dwQuality, s.dwSampleSize, AVIStreamLength(stream),
                     {},        {},       {}};
-            LONG formatSize = 0;
-            AVIStreamReadFormat(stream, 0, nullptr, &formatSize);
-            read.format.resize(static_cast<size_t>(formatSize));
-            if (formatSize > 0)
-                AVIStreamReadFormat(stream, 0, read.format.data(), &formatSize);
+            LONG size = 0, samples = 0;
+            AVIStreamReadFormat(stream, 0, nullptr, &size);
+            read.format.resize(static_cast<size_t>(size));
+            if (size > 0)
+                AVIStreamReadFormat(stream, 0, read.format.data(), &size);
             for (LONG k = 0; s.fccType == streamtypeVIDEO && k < read.streamLength; ++k) {
-                LONG bytes = 0, samples = 0;
-                AVIStreamRead(stream, k, 1, nullptr, 0, &bytes, &samples);
-                std::vector<BYTE>& frame = read.frames.emplace_back(static_cast<size_t>(bytes));
-                if (bytes > 0)
-                    AVIStreamRead(stream, k, 1, frame.data(), bytes, &bytes, &samples);
+                AVIStreamRead(stream, k, 1, nullptr, 0, &size, &samples);
+                std::vector<BYTE>& frame = read.frames.emplace_back(static_cast<size_t>(size));
+                if (size > 0)
+                    AVIStreamRead(stream, k, 1, frame.data(), size, &size, &samples);
             }
             if (s.fccType == streamtypeAUDIO && read.streamLength > 0 && s.dwSampleSize > 0) {
                 read.samples.resize(static_cast<size_t>(read.streamLength) * s.dwSampleSize);
-                LONG bytes = 0, samples = 0;
                 AVIStreamRead(stream, 0, read.streamLength, read.samples.data(),
-                              static_cast<LONG>(read.samples.size()), &bytes, &samples);
-                read.samples.resize(static_cast<size_t>(bytes));
+                              static_cast<LONG>(read.samples.size()), &size, &samples);
+                read.samples.resize(static_cast<size_t>(size));
             }
             AVIStreamRelease(stream);
         }
@@ -218,6 +198,8 @@ PlaybackRead PlayWithAviSplitter(const std::wstring& path) {
     IPin* sourceOut = nullptr;
     IPin* splitIn = nullptr;
     IMediaFilter* clock = nullptr;
+    IMediaControl* control = nullptr;
+    IMediaEvent* events = nullptr;
     std::vector<CRecordingRenderer*> renderers;
     // Each step in turn; the first that fails names the problem and the result.
     auto step = [&](HRESULT result, const char* problem) {
@@ -230,10 +212,13 @@ PlaybackRead PlayWithAviSplitter(const std::wstring& path) {
     auto pin = [](IBaseFilter* filter, PIN_DIRECTION direction, IPin** found) {
         return (*found = FirstPin(filter, direction)) != nullptr ? S_OK : E_FAIL;
     };
+    long code = 0;
     if (step(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
                               reinterpret_cast<void**>(&graph)),
              "no filter graph") &&
         step(graph->QueryInterface(IID_IMediaFilter, reinterpret_cast<void**>(&clock)), "no IMediaFilter") &&
+        step(graph->QueryInterface(IID_IMediaControl, reinterpret_cast<void**>(&control)), "no control") &&
+        step(graph->QueryInterface(IID_IMediaEvent, reinterpret_cast<void**>(&events)), "no events") &&
         step(clock->SetSyncSource(nullptr), "no clockless graph") &&
         step(graph->AddSourceFilter(path.c_str(), L"Source", &source), "AddSourceFilter failed") &&
         step(CoCreateInstance(CLSID_AviSplitter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
@@ -247,8 +232,7 @@ PlaybackRead PlayWithAviSplitter(const std::wstring& path) {
         splitter->EnumPins(&pins);
         for (IPin* output = nullptr; pins->Next(1, &output, nullptr) == S_OK; Release(output)) {
             PIN_DIRECTION direction{};
-            output->QueryDirection(&direction);
-            if (direction != PINDIR_OUTPUT)
+            if (output->QueryDirection(&direction), direction != PINDIR_OUTPUT)
                 continue;
             HRESULT made = S_OK;
             renderers.push_back(new CRecordingRenderer(&made));
@@ -259,20 +243,11 @@ PlaybackRead PlayWithAviSplitter(const std::wstring& path) {
                  "a splitter output did not connect");
         }
         pins->Release();
-    }
-    if (out.problem.empty()) {
-        IMediaControl* control = nullptr;
-        IMediaEvent* events = nullptr;
-        graph->QueryInterface(IID_IMediaControl, reinterpret_cast<void**>(&control));
-        graph->QueryInterface(IID_IMediaEvent, reinterpret_cast<void**>(&events));
-        long code = 0;
         if (step(control->Run(), "the playback graph did not run") &&
             step(events->WaitForCompletion(20000, &code), "the playback graph did not complete") &&
             step(code == EC_COMPLETE ? S_OK : E_FAIL, "the playback graph did not complete"))
             out.result = S_OK;
         control->Stop();
-        control->Release();
-        events->Release();
     }
     for (CRecordingRenderer* renderer : renderers) {
         PlaybackStream& stream = out.streams.emplace_back();
@@ -284,12 +259,10 @@ PlaybackRead PlayWithAviSplitter(const std::wstring& path) {
         stream.samples = renderer->pin.Samples();
         stream.endOfStreams = renderer->pin.endOfStreams;
     }
-    Release(sourceOut);
-    Release(splitIn);
-    Release(clock);
-    Release(graph);
-    Release(source);
-    Release(splitter);
+    for (IUnknown* object : std::initializer_list<IUnknown*>{sourceOut, splitIn, clock, control, events,
+                                                             graph, source, splitter})
+        if (object != nullptr)
+            object->Release();
     for (CRecordingRenderer* renderer : renderers)
         renderer->Release();
     return out;

@@ -1,6 +1,5 @@
-// Independent readers of the files the multiplexer writes: a RIFF walk of our own (the avih counts, each
-// stream's strh and strf, and the idx1 index with the payload each entry points at), the platform's AVIFile
-// API, and a playback graph of the platform's AVI splitter into recording renderers.
+// Independent readers of the files the multiplexer writes: a RIFF walk of our own, the platform's AVIFile
+// API, and a playback graph of its AVI splitter into recording renderers.
 #pragma once
 
 #include <cstdint>
@@ -11,19 +10,18 @@
 
 namespace qvn_test {
 
-// A Unix path as Wine's Z: drive sees it.
+// A Unix path as Wine's Z: drive sees it; a file name in the temporary folder.
 std::wstring WinePath(const char* unixPath);
+std::wstring TempPath(const wchar_t* name);
 
-// Runs a command line in a process of its own: its exit status, -1 when it did not end within ms (it is then
-// ended), -2 when it could not start.
+// A command line's exit status; -1 when it did not end within ms (it is then ended), -2 when not started.
 int RunProcess(std::wstring commandLine, DWORD ms);
 
 // The filter's first pin of that direction, with a reference; null when it has none.
 IPin* FirstPin(IBaseFilter* filter, PIN_DIRECTION direction);
 
-struct RiffStream {
+struct RiffStream { // from strh
     std::uint32_t fccType = 0, rate = 0, scale = 0, quality = 0;
-    std::vector<std::uint8_t> format; // the strf payload
 };
 
 struct RiffIndexEntry {
@@ -34,7 +32,7 @@ struct RiffIndexEntry {
 struct RiffFile {
     bool valid = false;
     std::string problem;
-    std::uint32_t avihStreams = 0, avihFrames = 0;
+    std::uint32_t avihStreams = 0;
     std::vector<RiffStream> streams;
     std::vector<RiffIndexEntry> idx1;
     // The idx1 entries of one stream ("00dc", "01wb", ...).

@@ -1,9 +1,7 @@
 #!/bin/sh
-# Reads back every file the multiplexer test left in $1 with tools nobody here wrote: for each NAME.expect,
-# ffprobe checks NAME.avi's streams and counts its video frames and audio samples exactly, ffmpeg decodes
-# every stream without an error and the decoded bytes equal NAME.video.raw / NAME.audio.raw (what the test
-# pushed; a repeated frame shows as a jump in the video times, video_pts). With a native qvnhost as $2, its
-# inspector checks the indexes too.
+# For each NAME.expect the multiplexer test left in $1: ffprobe checks NAME.avi's streams and counts, ffmpeg
+# decodes every stream without a word into NAME.video.raw / NAME.audio.raw's bytes (a repeated frame shows
+# as a jump in video_pts); a native qvnhost as $2 checks the indexes.
 set -u
 dir=$1
 qvnhost=${2:-}
@@ -36,9 +34,7 @@ for expect in "$dir"/*.expect; do
     if [ "$video_frames" -gt 0 ]; then
         got=$(probe v:0 stream=codec_name,width,height,r_frame_rate)
         [ "$got" = "rawvideo,$width,$height,$video_rate " ] || fail "video '$got', expected 'rawvideo,$width,$height,$video_rate'"
-        # A repeated frame is an index entry pointing at the previous chunk: ffmpeg reads the chunk once and
-        # lets its time stand, so each distinct frame comes once, at the time of its first index entry, and
-        # the frame count is the last packet's time + 1.
+        # ffmpeg reads a repeated chunk once, at its first entry's time: the count is the last time + 1.
         pts=$(probe v:0 packet=pts)
         [ "$pts" = "$video_pts " ] || fail "video times '$pts', expected '$video_pts '"
         last=${pts% }

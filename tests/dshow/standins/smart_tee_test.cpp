@@ -1,15 +1,16 @@
-// The Smart Tee stand-in, created through its registration by class identifier, in graphs made by the
-// platform's filter graph manager: our video source into it, "Capture" and "Preview" into recording
-// renderers or the platform's Null Renderer.
+// The Smart Tee stand-in, made by class identifier, in real graphs: our video source into it, "Capture"
+// and "Preview" into recording renderers or the platform's Null Renderer.
 #include <algorithm>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "dshow/video_source.h"
+#include "host/dshow_standins/file_writer_standin.h"
 #include "host/dshow_standins/smart_tee_standin.h"
-#include "tests/dshow/base/graph_test_filters.h"
-#include "tests/dshow/graph_fixture.h"
+#include "tests/dshow/base/source_graph.h"
 #include "tests/dshow/mux/avi_readers.h"
 #include "tests/dshow/push_helpers.h"
 
@@ -37,32 +38,26 @@ DWORD FillFrame(int k, BYTE* buffer) {
     return kFrameBytes;
 }
 
-class SmartTeeTest : public qvn_test::GraphTest {
+class SmartTeeTest : public qvn_test::OwningGraphTest {
 protected:
     void SetUp() override {
-        GraphTest::SetUp();
+        OwningGraphTest::SetUp();
         // Under Wine the platform's Smart Tee has no stream control, so the check alone registers ours.
         ASSERT_EQ(S_OK, registration_.Register(false));
         const LONG before = CBaseObject::ObjectsActive();
         ASSERT_EQ(S_OK, CoCreateInstance(qvn_standins::kClsidSmartTee, nullptr, CLSCTX_INPROC_SERVER,
                                          IID_IBaseFilter, reinterpret_cast<void**>(&tee)));
         ASSERT_GT(CBaseObject::ObjectsActive(), before) << "the class identifier creates the stand-in";
-        HRESULT hr = S_OK;
-        video = new CVideoSource(&hr);
-        video->AddRef();
-        for (qvn_test::CRecordingRenderer** recorder : {&capture, &preview}) {
-            *recorder = new qvn_test::CRecordingRenderer(&hr);
-            (*recorder)->AddRef();
-            (*recorder)->pin.acceptAny = true;
-        }
-        ASSERT_EQ(S_OK, hr);
         IMediaFilter* clock = Query<IMediaFilter>(graph, IID_IMediaFilter);
         ASSERT_EQ(S_OK, clock->SetSyncSource(nullptr)); // no clock: samples flow as fast as they are taken
         clock->Release();
-        ASSERT_EQ(S_OK, graph->AddFilter(video, L"Video Frame Source"));
-        ASSERT_EQ(S_OK, graph->AddFilter(tee, L"Smart Tee"));
-        ASSERT_EQ(S_OK, graph->AddFilter(capture, L"Capture recorder"));
-        ASSERT_EQ(S_OK, graph->AddFilter(preview, L"Preview recorder"));
+        HRESULT hr = S_OK;
+        video = Own(new CVideoSource(&hr), L"Video Frame Source");
+        Own(tee, L"Smart Tee")->Release();
+        capture = Own(new qvn_test::CRecordingRenderer(&hr), L"Capture recorder");
+        preview = Own(new qvn_test::CRecordingRenderer(&hr), L"Preview recorder");
+        ASSERT_EQ(S_OK, hr);
+        capture->pin.acceptAny = preview->pin.acceptAny = true;
         const CMediaType type = qvn_test::UyvyType(kWidth, kHeight, kFrame);
         ASSERT_EQ(S_OK, video->Pin()->SetStreamMediaType(&type));
         // Few producer buffers, as in an export: a tee that keeps or skips one shows at once.
@@ -77,14 +72,10 @@ protected:
     }
 
     void ReleaseFilters() override {
-        for (IUnknown* object : {static_cast<IUnknown*>(input), static_cast<IUnknown*>(captureOut),
-                                 static_cast<IUnknown*>(previewOut), static_cast<IUnknown*>(tee),
-                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(video)),
-                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(capture)),
-                                 static_cast<IUnknown*>(static_cast<IBaseFilter*>(preview)),
-                                 static_cast<IUnknown*>(nullRenderer)})
-            if (object != nullptr)
-                object->Release();
+        for (IPin* pin : {input, captureOut, previewOut})
+            if (pin != nullptr)
+                pin->Release();
+        OwningGraphTest::ReleaseFilters();
         EXPECT_EQ(S_OK, registration_.Revoke());
     }
 
@@ -93,33 +84,26 @@ protected:
         ASSERT_EQ(S_OK, graph->ConnectDirect(captureOut, &capture->pin, nullptr));
     }
 
-    // Runs the graph over kFrames frames until completion; answers the buffers the producer holds.
-    std::vector<void*> RunFrames() {
+    // Runs kFrames frames to completion. Capture got frames [0, kept) as they left the source (in order,
+    // stamped, byte for byte) and one end of stream, and every producer buffer came back, each once.
+    void RunFrames(int kept) {
         EXPECT_EQ(S_OK, video->Pin()->AllocateBuffers());
         EXPECT_TRUE(SUCCEEDED(control->Run()));
-        std::vector<void*> left = qvn_test::Produce(video->Pin(), kFrames, FillFrame, 5);
+        std::vector<void*> free = qvn_test::Produce(video->Pin(), kFrames, FillFrame, 5), pool;
         EXPECT_TRUE(WaitForEvent(EC_COMPLETE)) << "both branches end";
         EXPECT_EQ(S_OK, control->Stop());
-        return left;
-    }
-
-    // Every frame in [0, count) reached Capture as it left the source: in order, stamped, byte for byte.
-    void ExpectCaptured(int count) {
+        preview->pin.ReleaseHeld();
         const std::vector<ReceivedSample> samples = capture->pin.Samples();
-        ASSERT_EQ(static_cast<size_t>(count), samples.size());
-        for (int k = 0; k < count; ++k) {
+        ASSERT_EQ(static_cast<size_t>(kept), samples.size());
+        for (int k = 0; k < kept; ++k) {
             const ReceivedSample& s = samples[static_cast<size_t>(k)];
-            ASSERT_EQ(k * kFrame, s.start) << "frame " << k;
-            ASSERT_EQ((k + 1) * kFrame, s.stop) << "frame " << k;
-            ASSERT_EQ(static_cast<LONG>(kFrameBytes), s.actual);
+            ASSERT_EQ(std::make_tuple(k * kFrame, (k + 1) * kFrame, static_cast<LONG>(kFrameBytes)),
+                      std::make_tuple(s.start, s.stop, s.actual))
+                << "frame " << k;
             ASSERT_EQ(FrameByte(k, 0), s.bytes[0]) << "frame " << k;
             ASSERT_EQ(FrameByte(k, kFrameBytes - 1), s.bytes.back()) << "frame " << k;
         }
-    }
-
-    // Every producer buffer is back with the producer, each once.
-    void ExpectPoolReturned(std::vector<void*> free) {
-        std::vector<void*> pool;
+        EXPECT_EQ(1, capture->pin.endOfStreams);
         ASSERT_EQ(S_OK, video->Pin()->GetFreeBuffers(pool));
         ASSERT_EQ(S_OK, video->Pin()->ReclaimBuffers(free));
         std::sort(pool.begin(), pool.end());
@@ -135,16 +119,15 @@ protected:
     CVideoSource* video = nullptr;
     qvn_test::CRecordingRenderer* capture = nullptr;
     qvn_test::CRecordingRenderer* preview = nullptr;
-    IBaseFilter* nullRenderer = nullptr;
 };
 
-// The preview's peer: quick, slow, keeping every sample (so the preview's buffers run out), or the
-// platform's Null Renderer. None of them may cost Capture a frame.
+// The preview's peer: quick, slow, keeping every sample (its buffers run out), or the platform's Null
+// Renderer; none may cost Capture a frame. A stop time on both outputs ends both streams there.
 struct PreviewCase {
     const char* name;
     unsigned delayMs;
-    bool hold;
-    bool platformNull;
+    bool hold, platformNull;
+    int kept; // frames up to the stop time (kFrames: no stop time)
 };
 
 class SmartTeeBranches : public SmartTeeTest, public ::testing::WithParamInterface<PreviewCase> {};
@@ -153,11 +136,11 @@ TEST_P(SmartTeeBranches, CaptureGetsEveryFramePreviewGetsUnstampedCopiesAndBuffe
     const PreviewCase& c = GetParam();
     ConnectSourceAndCapture();
     if (c.platformNull) {
+        IBaseFilter* made = nullptr;
         ASSERT_EQ(S_OK, CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                         reinterpret_cast<void**>(&nullRenderer)));
-        ASSERT_EQ(S_OK, graph->AddFilter(nullRenderer, L"Null Renderer"));
-        IPin* in = qvn_test::FirstPin(nullRenderer, PINDIR_INPUT);
-        ASSERT_NE(nullptr, in);
+                                         reinterpret_cast<void**>(&made)));
+        IPin* in = qvn_test::FirstPin(Own(made, L"Null Renderer"), PINDIR_INPUT);
+        made->Release();
         EXPECT_EQ(S_OK, graph->ConnectDirect(previewOut, in, nullptr));
         in->Release();
     } else {
@@ -165,16 +148,20 @@ TEST_P(SmartTeeBranches, CaptureGetsEveryFramePreviewGetsUnstampedCopiesAndBuffe
     }
     preview->pin.maxDelayMs = c.delayMs;
     preview->pin.holdSamples = c.hold;
-
-    const std::vector<void*> left = RunFrames();
-    preview->pin.ReleaseHeld();
-    ExpectCaptured(kFrames);
-    EXPECT_EQ(1, capture->pin.endOfStreams);
-    ExpectPoolReturned(left);
+    const REFERENCE_TIME stop = c.kept * kFrame - 1; // inside frame kept - 1: the last one that goes
+    for (IPin* pin : {captureOut, previewOut}) {
+        IAMStreamControl* gate = Query<IAMStreamControl>(pin, IID_IAMStreamControl);
+        ASSERT_NE(gate, nullptr);
+        if (c.kept < kFrames) {
+            ASSERT_EQ(S_OK, gate->StopAt(&stop, FALSE, 0));
+        }
+        gate->Release();
+    }
+    RunFrames(c.kept); // the end of stream still goes through
     if (c.platformNull)
         return;
 
-    // The preview: unstamped copies of source frames, in order, some perhaps left out.
+    // The preview: unstamped copies of source frames before the stop, in order, some perhaps left out.
     const std::vector<ReceivedSample> shown = preview->pin.Samples();
     ASSERT_FALSE(shown.empty());
     EXPECT_EQ(1, preview->pin.endOfStreams) << "after the last preview sample";
@@ -183,9 +170,9 @@ TEST_P(SmartTeeBranches, CaptureGetsEveryFramePreviewGetsUnstampedCopiesAndBuffe
         EXPECT_EQ(0u, s.flags & (AM_SAMPLE_TIMEVALID | AM_SAMPLE_STOPVALID)) << "no stamps on the preview";
         ASSERT_EQ(static_cast<LONG>(kFrameBytes), s.actual);
         int k = last + 1;
-        while (k < kFrames && s.bytes[0] != FrameByte(k, 0))
+        while (k < c.kept && s.bytes[0] != FrameByte(k, 0))
             ++k;
-        ASSERT_LT(k, kFrames) << "a preview frame out of order or not from the source";
+        ASSERT_LT(k, c.kept) << "a preview frame out of order, from after the stop, or not from the source";
         ASSERT_EQ(FrameByte(k, kFrameBytes - 1), s.bytes.back());
         last = k;
     }
@@ -195,36 +182,12 @@ TEST_P(SmartTeeBranches, CaptureGetsEveryFramePreviewGetsUnstampedCopiesAndBuffe
 }
 
 INSTANTIATE_TEST_SUITE_P(Preview, SmartTeeBranches,
-                         ::testing::Values(PreviewCase{"Quick", 0, false, false},
-                                           PreviewCase{"Slow", 3, false, false},
-                                           PreviewCase{"Stuck", 0, true, false},
-                                           PreviewCase{"PlatformNullRenderer", 0, false, true}),
+                         ::testing::Values(PreviewCase{"Quick", 0, false, false, kFrames},
+                                           PreviewCase{"Slow", 3, false, false, kFrames},
+                                           PreviewCase{"Stuck", 0, true, false, kFrames},
+                                           PreviewCase{"PlatformNullRenderer", 0, false, true, kFrames},
+                                           PreviewCase{"StopAtOnBothOutputs", 1, false, false, 100}),
                          [](const ::testing::TestParamInfo<PreviewCase>& param) { return param.param.name; });
-
-TEST_F(SmartTeeTest, StopAtOnBothOutputsEndsBothStreamsAtTheStopTime) {
-    ConnectSourceAndCapture();
-    ASSERT_EQ(S_OK, graph->ConnectDirect(previewOut, &preview->pin, nullptr));
-    constexpr int kKept = 100;
-    const REFERENCE_TIME stop = kKept * kFrame - 1; // inside frame kKept - 1: the last one that goes
-    for (IPin* pin : {captureOut, previewOut}) {
-        IAMStreamControl* gate = Query<IAMStreamControl>(pin, IID_IAMStreamControl);
-        ASSERT_NE(gate, nullptr);
-        ASSERT_EQ(S_OK, gate->StopAt(&stop, FALSE, pin == captureOut ? 7 : 0));
-        gate->Release();
-    }
-    preview->pin.maxDelayMs = 1;
-    const std::vector<void*> left = RunFrames();
-    ExpectCaptured(kKept);
-    EXPECT_EQ(1, capture->pin.endOfStreams) << "the end of stream still goes through";
-    ExpectPoolReturned(left);
-    // The preview's copies carry no stamps, so their bytes tell that none came from after the stop.
-    for (const ReceivedSample& s : preview->pin.Samples()) {
-        bool early = false;
-        for (int k = 0; k < kKept && !early; ++k)
-            early = s.bytes[0] == FrameByte(k, 0) && s.bytes[1] == FrameByte(k, 1);
-        ASSERT_TRUE(early) << "a preview frame from after the stop";
-    }
-}
 
 TEST_F(SmartTeeTest, PinsConnectInOrderAndStreamNotificationsReachBothOutputs) {
     // An output has no type to offer before the input is connected.
@@ -252,19 +215,29 @@ TEST_F(SmartTeeTest, PinsConnectInOrderAndStreamNotificationsReachBothOutputs) {
     }
 }
 
-TEST(SmartTeeRegistration, TheCheckPicksTheStandInUnderWineAndForcingRegistersIt) {
+// Each stand-in's check picks it under Wine; forcing registers it, and once revoked the platform's is back.
+TEST(StandInRegistration, TheCheckPicksTheStandInUnderWineAndForcingRegistersIt) {
     ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-    EXPECT_FALSE(qvn_standins::PlatformSmartTeeControlsStreams())
-        << "Wine's Capture pin has no stream control";
     {
-        qvn_standins::SmartTeeStandInRegistration forced;
-        ASSERT_EQ(S_OK, forced.Register(true));
-        EXPECT_TRUE(qvn_standins::PlatformSmartTeeControlsStreams()) << "the class identifier now makes ours";
-        EXPECT_EQ(S_OK, forced.Register(false)) << "already registered";
-        EXPECT_EQ(S_OK, forced.Revoke());
-        EXPECT_FALSE(forced.Registered());
+        qvn_standins::FileWriterStandInRegistration fileWriter;
+        qvn_standins::SmartTeeStandInRegistration smartTee;
+        const std::pair<qvn_standins::StandInRegistration*, bool (*)()> cases[] = {
+            {&fileWriter, qvn_standins::PlatformFileWriterReportsName},
+            {&smartTee, qvn_standins::PlatformSmartTeeControlsStreams}};
+        for (const auto& [registration, fit] : cases) {
+            SCOPED_TRACE(registration == &smartTee ? "Smart Tee" : "File Writer");
+            EXPECT_FALSE(fit()) << "Wine's own is unfit";
+            ASSERT_EQ(S_OK, registration->Register(false));
+            EXPECT_TRUE(registration->Registered());
+            EXPECT_EQ(S_OK, registration->Revoke());
+            EXPECT_FALSE(registration->Registered());
+            EXPECT_FALSE(fit()) << "revoked: the platform's again";
+            ASSERT_EQ(S_OK, registration->Register(true));
+            EXPECT_TRUE(fit()) << "the class identifier now makes ours";
+            EXPECT_EQ(S_OK, registration->Register(false)) << "already registered";
+            EXPECT_EQ(S_OK, registration->Revoke());
+        }
     }
-    EXPECT_FALSE(qvn_standins::PlatformSmartTeeControlsStreams()) << "revoked: the platform's again";
     CoUninitialize();
 }
 

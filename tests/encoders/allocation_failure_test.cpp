@@ -23,8 +23,7 @@ namespace {
 
 namespace Status = QVN::EncoderStatus;
 namespace Faults = QVN::AllocationFaults;
-using avitest::Fcc;
-using avitest::U32;
+using namespace avitest;
 
 constexpr std::uint32_t kFrameBytes = 2 * 4096 + 100; // whole blocks and a tail
 constexpr std::uint32_t kBlockBytes = 1920 * 4;
@@ -82,7 +81,7 @@ Outcome Session(const std::filesystem::path& path, const std::wstring& wide) {
     } catch (const std::bad_alloc&) { // the host's export fails with an internal error
         return outcome;
     }
-    const BITMAPINFOHEADER bmi = avitest::Video("UYVY", 64, 64, kFrameBytes).bmiHeader;
+    const BITMAPINFOHEADER bmi = Video("UYVY", 64, 64, kFrameBytes).bmiHeader;
     const std::uint32_t initialised = encoder->Initialise(nullptr, &bmi, 0, 25, 1, 4, kFrameBytes, nullptr);
     BufferList buffers;
     const std::uint32_t listed = initialised == 0 ? encoder->GetFreeBuffers(buffers) : initialised;
@@ -117,7 +116,7 @@ Outcome Session(const std::filesystem::path& path, const std::wstring& wide) {
 }
 
 TEST(AviEncoderAllocationFailure, EveryAllocationFailingInTurnEndsCleanly) {
-    avitest::TempDir dir("alloc");
+    TempDir dir("alloc");
     Watchdog watchdog;
     std::uint64_t total = 0;
     for (std::uint64_t n = 1;; ++n) {
@@ -138,9 +137,9 @@ TEST(AviEncoderAllocationFailure, EveryAllocationFailingInTurnEndsCleanly) {
             continue;
         // Finish either saw every item written, or says that the writer had to drop one.
         ASSERT_TRUE(outcome.finish == 0 || outcome.finish == Status::kOutOfMemory) << outcome.finish;
-        const avitest::Bytes b = avitest::ReadAll(path);
+        const Bytes b = ReadAll(path);
         std::uint32_t next[2] = {1, 1};
-        for (const avitest::Chunk& c : avitest::MoviChunks(b)) {
+        for (const Chunk& c : MoviChunks(b)) {
             if (c.id != "00db" && c.id != "01wb")
                 continue;
             const std::uint32_t stream = c.id == "00db" ? 0 : 1;

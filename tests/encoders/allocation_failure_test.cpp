@@ -29,36 +29,21 @@ constexpr std::uint32_t kFrameBytes = 2 * 4096 + 100; // whole blocks and a tail
 constexpr std::uint32_t kBlockBytes = 1920 * 4;
 constexpr std::uint32_t kFrames = 6;
 
-// Aborts the process when a step takes longer than any healthy one could: a hang must not pass silently.
-class Watchdog {
-public:
-    Watchdog()
-        : thread_([this] {
-              while (!stop_.load()) {
-                  const std::uint64_t since = since_.load();
-                  if (since != 0 && QVN::MonotonicMs() - since > 30000) {
-                      std::fprintf(stderr, "hang with allocation %llu failing\n",
-                                   static_cast<unsigned long long>(n_.load()));
-                      std::abort();
-                  }
-                  QVN::SleepMs(10);
-              }
-          }) {}
-    ~Watchdog() {
-        stop_ = true;
-        thread_.join();
-    }
-    void Arm(std::uint64_t n) {
-        n_ = n;
-        since_ = QVN::MonotonicMs();
-    }
-    void Disarm() { since_ = 0; }
-
-private:
-    std::atomic<bool> stop_{false};
-    std::atomic<std::uint64_t> since_{0}, n_{0};
-    std::thread thread_; // last: it starts once the flags exist
-};
+// While a session runs: the allocation failing, and when the session started. One that takes longer than any
+// healthy one could aborts the process, so that a hang cannot pass silently.
+std::atomic<std::uint64_t> gFailing{0}, gSince{0};
+void StartWatchdog() {
+    std::thread([] {
+        for (;; QVN::SleepMs(10)) {
+            const std::uint64_t since = gSince.load();
+            if (since != 0 && QVN::MonotonicMs() - since > 30000) {
+                std::fprintf(stderr, "hang with allocation %llu failing\n",
+                             static_cast<unsigned long long>(gFailing.load()));
+                std::abort();
+            }
+        }
+    }).detach();
+}
 
 // Retries an operation once when it ran out of memory: only one allocation fails per session.
 template <class Op> std::uint32_t Retried(Op op) {
@@ -117,16 +102,17 @@ Outcome Session(const std::filesystem::path& path, const std::wstring& wide) {
 
 TEST(AviEncoderAllocationFailure, EveryAllocationFailingInTurnEndsCleanly) {
     TempDir dir("alloc");
-    Watchdog watchdog;
+    StartWatchdog();
     std::uint64_t total = 0;
     for (std::uint64_t n = 1;; ++n) {
         const auto path = dir / ("n" + std::to_string(n) + ".avi");
         const std::wstring wide = path.wstring();
-        watchdog.Arm(n);
+        gFailing = n;
+        gSince = QVN::MonotonicMs();
         Faults::Arm(n);
         const Outcome outcome = Session(path, wide);
         const std::uint64_t counted = Faults::Disarm();
-        watchdog.Disarm();
+        gSince = 0;
         SCOPED_TRACE("allocation " + std::to_string(n) + " of " + std::to_string(counted) + " failing");
         if (n > counted) { // nothing failed: the reference session
             EXPECT_EQ(outcome.finish, 0u);

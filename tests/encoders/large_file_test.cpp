@@ -114,13 +114,14 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     EXPECT_EQ(frames, c.frames);
     EXPECT_LT(frames1, c.frames);
     EXPECT_EQ(s.U32(48), c.frames); // avih counts the frames of all segments
-    const auto video = Run("ffprobe -v error -select_streams v:0 -count_packets -show_entries "
-                           "stream=nb_read_packets,nb_frames -of csv=p=0 " +
-                           Quote(file));
+    const auto video = Shell("ffprobe -v error -select_streams v:0 -count_packets -show_entries "
+                             "stream=nb_read_packets,nb_frames -of csv=p=0 " +
+                             Quote(file));
     ASSERT_EQ(video.exitCode, 0) << video.errors;
     EXPECT_EQ(video.output, std::to_string(c.frames) + "," + std::to_string(c.frames) + "\n");
     EXPECT_EQ(AudioSamples(file), written.samples);
-    const auto lastFrames = Run("ffmpeg -nostdin -v error -sseof -1 -i " + Quote(file) + " -map 0 -f null -");
+    const auto lastFrames =
+        Shell("ffmpeg -nostdin -v error -sseof -1 -i " + Quote(file) + " -map 0 -f null -");
     EXPECT_EQ(lastFrames.exitCode, 0);
     EXPECT_EQ(lastFrames.errors, ""); // the last segment decodes
     const Inspected inspected = Inspect({file.string()});
@@ -222,9 +223,9 @@ TEST(LargeFile, FfmpegOpenDmlFileIsConsistentToTheInspector) {
     ASSERT_TRUE(HaveTool("ffmpeg")) << "ffmpeg is needed for this test";
     TempDir dir("ffodml");
     const auto file = dir / "odml.avi";
-    const auto r = Run("ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=1920x1080:rate=25 -f lavfi -i "
-                       "sine=sample_rate=48000 -t 11 -c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le " +
-                       Quote(file));
+    const auto r = Shell("ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=1920x1080:rate=25 -f lavfi -i "
+                         "sine=sample_rate=48000 -t 11 -c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le " +
+                         Quote(file));
     ASSERT_EQ(r.exitCode, 0) << r.errors;
     const auto [code, out, err] = Inspect({file.string()});
     EXPECT_EQ(code, 0) << err;

@@ -44,10 +44,10 @@ void CheckWithReaders(const Case& c) {
     };
     const auto text = [](std::uint32_t n) { return std::to_string(n); };
     if (video)
-        expect(Run(probe +
-                   "codec_name,codec_tag_string,width,height,r_frame_rate,nb_read_frames,nb_frames "
-                   "-select_streams v:0 -count_frames " +
-                   Quote(file)),
+        expect(Shell(probe +
+                     "codec_name,codec_tag_string,width,height,r_frame_rate,nb_read_frames,nb_frames "
+                     "-select_streams v:0 -count_frames " +
+                     Quote(file)),
                {{"codec_tag_string", c.config.fourcc},
                 {"codec_name", c.codec},
                 {"width", text(c.config.width)},
@@ -56,24 +56,24 @@ void CheckWithReaders(const Case& c) {
                 {"nb_frames", text(c.config.frames)},
                 {"nb_read_frames", text(c.config.frames)}});
     if (c.config.channels) {
-        expect(Run(probe + "channels,sample_rate,bits_per_sample -select_streams a:0 " + Quote(file)),
+        expect(Shell(probe + "channels,sample_rate,bits_per_sample -select_streams a:0 " + Quote(file)),
                {{"channels", text(c.config.channels)},
                 {"sample_rate", text(c.config.sampleRate)},
                 {"bits_per_sample", text(c.config.bits)}});
         EXPECT_EQ(AudioSamples(file), written.samples);
     }
-    const auto decode = Run("ffmpeg -nostdin -v error -i " + Quote(file) + " -map 0 -f null -");
+    const auto decode = Shell("ffmpeg -nostdin -v error -i " + Quote(file) + " -map 0 -f null -");
     EXPECT_EQ(decode.exitCode, 0);
     EXPECT_EQ(decode.errors, "");
     const Inspected inspected = Inspect({file.string()});
     EXPECT_EQ(inspected.code, 0);
     EXPECT_NE(inspected.out.find("\nconsistent\n"), std::string::npos) << inspected.out;
-    const auto info = Run("mediainfo --Inform='General;%Format%|%VideoCount%|%AudioCount%' " + Quote(file));
+    const auto info = Shell("mediainfo --Inform='General;%Format%|%VideoCount%|%AudioCount%' " + Quote(file));
     ASSERT_EQ(info.exitCode, 0);
     EXPECT_EQ(Lines(info.output).at(0),
               std::string("AVI|") + (video ? "1" : "") + "|" + (c.config.channels ? "1" : ""));
     if (video) {
-        const auto frames = Run("mediainfo --Inform='Video;%FrameCount%|%Width%|%Height%' " + Quote(file));
+        const auto frames = Shell("mediainfo --Inform='Video;%FrameCount%|%Width%|%Height%' " + Quote(file));
         EXPECT_EQ(Lines(frames.output).at(0),
                   text(c.config.frames) + "|" + text(c.config.width) + "|" + text(c.config.height));
     }
@@ -111,7 +111,7 @@ TEST(InspectFfmpegFiles, RawAndCompressedFilesAreConsistent) {
     };
     for (const auto& [name, codecs] : files) {
         const auto file = dir / name;
-        const auto r = Run("ffmpeg -nostdin -v error -y " + inputs + codecs + " " + Quote(file));
+        const auto r = Shell("ffmpeg -nostdin -v error -y " + inputs + codecs + " " + Quote(file));
         ASSERT_EQ(r.exitCode, 0) << r.errors;
         const Inspected inspected = Inspect({file.string()});
         EXPECT_EQ(inspected.code, 0) << name << "\n" << inspected.out;

@@ -58,7 +58,7 @@ ExportResult WriteExport(const std::filesystem::path& path, const ExportConfig& 
 }
 
 #ifndef _WIN32
-CommandResult Run(const std::string& command) {
+CommandResult Shell(const std::string& command) {
     static std::atomic<int> counter{0};
     const auto err = std::filesystem::temp_directory_path() /
                      ("qvn-avi-run-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".err");

@@ -147,18 +147,18 @@ struct CommandResult {
     std::string output; // standard output
     std::string errors; // standard error
 };
-CommandResult Run(const std::string& command);
+CommandResult Shell(const std::string& command);
 // True when the tool can be started; a missing tool must fail the test, not skip it.
 inline bool HaveTool(const char* name) {
-    return Run(std::string("command -v ") + name).exitCode == 0;
+    return Shell(std::string("command -v ") + name).exitCode == 0;
 }
 inline std::string Quote(const std::filesystem::path& path) {
     return "'" + path.string() + "'";
 }
 // The audio samples ffprobe decodes from a file.
 inline std::uint64_t AudioSamples(const std::filesystem::path& file) {
-    const CommandResult r =
-        Run("ffprobe -v error -select_streams a:0 -show_entries frame=nb_samples -of csv=p=0 " + Quote(file));
+    const CommandResult r = Shell(
+        "ffprobe -v error -select_streams a:0 -show_entries frame=nb_samples -of csv=p=0 " + Quote(file));
     EXPECT_EQ(r.exitCode, 0) << r.errors;
     std::uint64_t total = 0;
     for (const std::string& line : Lines(r.output))

@@ -29,54 +29,94 @@ std::string Stderr(const std::function<void()>& f) {
     return ::testing::internal::GetCapturedStderr();
 }
 
-// Converts one row of `width` copies of one pixel and returns the destination bytes.
-template <class T>
-std::vector<std::uint8_t> OneColour(EntryPoint entry, std::uint32_t format, T b, T g, T r, int width,
+// Converts one row of `width` copies of one pixel (B, G, R in the depth's units) and returns the destination.
+std::vector<std::uint8_t> OneColour(EntryPoint entry, int depth, std::array<double, 3> bgr, int width,
                                     std::uint32_t path, std::uint32_t matrix = 0) {
-    Buffer src(static_cast<std::size_t>(width) * 4 * sizeof(T) + 64, 0);
+    const std::size_t component = std::size_t{1} << depth, rowBytes = RoundUp16(width * 4 * component);
+    Buffer src(rowBytes + 64, 0), dst(static_cast<std::size_t>(width + 24) * 4 + 64, 0);
     for (int x = 0; x < width; ++x) {
-        const T px[4] = {b, g, r, T{}};
-        std::memcpy(src.data() + x * sizeof px, px, sizeof px);
+        for (std::size_t c = 0; c < 4; ++c) {
+            const double v = c < 3 ? bgr[c] : 0.0;
+            const auto u8 =
+                depth == k8u ? static_cast<std::uint8_t>(v) : std::uint8_t{}; // in range only there
+            const auto u16 = depth == k16u ? static_cast<std::uint16_t>(v) : std::uint16_t{};
+            const auto f = static_cast<float>(v);
+            const void* bytes = depth == k8u    ? static_cast<const void*>(&u8)
+                                : depth == k16u ? static_cast<const void*>(&u16)
+                                                : &f;
+            std::memcpy(src.data() + (x * 4 + c) * component, bytes, component);
+        }
     }
-    Buffer dst(static_cast<std::size_t>(width + 24) * 4 + 64, 0);
     std::memset(dst.data(), 0, dst.size());
-    EXPECT_EQ(entry(src.data(), RoundUp16(static_cast<std::size_t>(width) * 4 * sizeof(T)), format,
-                    dst.data(), static_cast<std::uint32_t>(dst.size()), width, 1, matrix, path),
+    EXPECT_EQ(entry(src.data(), static_cast<std::uint32_t>(rowBytes), kFormats[depth], dst.data(),
+                    static_cast<std::uint32_t>(dst.size()), width, 1, matrix, path),
               0);
     return {dst.data(), dst.data() + dst.size()};
 }
 
-// Y, Cb, Cr of pixel 0 of a v210 row.
-std::array<unsigned, 3> V210Pixel0(const std::vector<std::uint8_t>& d) {
-    std::uint32_t w;
-    std::memcpy(&w, d.data(), 4);
-    return {(w >> 10) & 1023, w & 1023, (w >> 20) & 1023};
-}
-
-// R, G, B of an r210 word.
-std::array<unsigned, 3> R210Pixel(const std::vector<std::uint8_t>& d, int x = 0) {
-    const std::uint32_t be = (std::uint32_t{d[4 * x]} << 24) | (std::uint32_t{d[4 * x + 1]} << 16) |
-                             (std::uint32_t{d[4 * x + 2]} << 8) | d[4 * x + 3];
-    EXPECT_EQ(be >> 30, 0u) << "the two top bits are zero";
-    return {(be >> 20) & 1023, (be >> 10) & 1023, be & 1023};
-}
-
 using Triple = std::array<unsigned, 3>;
 
-TEST(KnownValues, V210) {
-    const std::uint32_t f8 = cv::kPixelFormatBgra8u, f16 = cv::kPixelFormatBgra16u,
-                        f32 = cv::kPixelFormatBgra32f;
-    const std::uint32_t scalar = cv::kPathScalar;
-    EXPECT_EQ(V210Pixel0(OneColour<std::uint8_t>(kV210, f8, 255, 255, 255, 6, scalar)),
-              (Triple{940, 512, 512}));
-    EXPECT_EQ(V210Pixel0(OneColour<std::uint8_t>(kV210, f8, 0, 0, 0, 6, scalar)), (Triple{64, 512, 512}));
-    EXPECT_EQ(V210Pixel0(OneColour<std::uint16_t>(kV210, f16, 32768, 32768, 32768, 6, scalar))[0], 943u);
-    EXPECT_EQ(V210Pixel0(OneColour<float>(kV210, f32, 1.0f, 1.0f, 1.0f, 6, scalar))[0], 943u);
+// The first pixel's Y, Cb, Cr (v210), Cb, Y, Cr (UYVY) or R, G, B (r210, whose top two bits are zero).
+Triple FirstPixel(EntryPoint entry, const std::vector<std::uint8_t>& d) {
+    std::uint32_t w;
+    std::memcpy(&w, d.data(), 4);
+    if (entry == kV210)
+        return {(w >> 10) & 1023, w & 1023, (w >> 20) & 1023};
+    if (entry == kUyvy)
+        return {d[0], d[1], d[2]};
+    const std::uint32_t be =
+        (std::uint32_t{d[0]} << 24) | (std::uint32_t{d[1]} << 16) | (std::uint32_t{d[2]} << 8) | d[3];
+    return {be >> 30 == 0 ? (be >> 20) & 1023 : 9999, (be >> 10) & 1023, be & 1023};
+}
+
+// Black, white and single components at each depth, against the studio-range codes.
+TEST(KnownValues, BlackWhiteAndComponentsOnEachPath) {
+    constexpr int kScalar = 1, kVector = 2, kBoth = 3;
+    const struct {
+        EntryPoint entry;
+        int depth;
+        std::array<double, 3> bgr;
+        int paths;
+        Triple expected;
+    } rows[] = {
+        {kV210, k8u, {255, 255, 255}, kScalar, {940, 512, 512}},
+        {kV210, k8u, {0, 0, 0}, kScalar, {64, 512, 512}},
+        {kV210, k16u, {32768, 32768, 32768}, kScalar, {943, 512, 512}},
+        {kV210, k32f, {1, 1, 1}, kScalar, {943, 512, 512}},
+        {kUyvy, k8u, {0, 0, 0}, kScalar, {0x80, 0x10, 0x80}},
+        {kUyvy, k8u, {255, 255, 255}, kScalar, {0x80, 0xEB, 0x80}},
+        {kUyvy, k16u, {32768, 32768, 32768}, kScalar, {0x80, 0xEB, 0x80}},
+        {kR210, k8u, {0, 0, 0}, kBoth, {64, 64, 64}},
+        {kR210, k8u, {255, 255, 255}, kBoth, {937, 937, 937}},
+        {kR210, k16u, {32768, 16384, 0}, kBoth, {64, 502, 940}},
+        {kR210, k32f, {1.0, 0.5, -1.0}, kBoth, {64, 502, 940}},
+        {kR210, k32f, {2, 2, 2}, kBoth, {940, 940, 940}},
+        {kR210, k8u, {0, 128, 255}, kBoth, {937, 502, 64}}, // R, G, B land in their own bits
+        // 16u 19: the table rounds 0.51 up, the vector arithmetic truncates it.
+        {kR210, k16u, {19, 19, 19}, kScalar, {65, 65, 65}},
+        {kR210, k16u, {19, 19, 19}, kVector, {64, 64, 64}},
+    };
+    for (const auto& r : rows) {
+        for (const std::uint32_t path : {cv::kPathScalar, cv::kPathVector}) {
+            if (r.paths & (path == cv::kPathScalar ? kScalar : kVector)) {
+                const int width = r.entry == kR210 ? 8 : 6;
+                EXPECT_EQ(FirstPixel(r.entry, OneColour(r.entry, r.depth, r.bgr, width, path)), r.expected)
+                    << (r.entry == kV210   ? "v210"
+                        : r.entry == kUyvy ? "uyvy"
+                                           : "r210")
+                    << " depth " << r.depth << " (" << r.bgr[0] << ", " << r.bgr[1] << ", " << r.bgr[2]
+                    << ") path " << path;
+            }
+        }
+    }
+    const auto black = OneColour(kR210, k8u, {0, 0, 0}, 8, cv::kPathScalar);
+    EXPECT_EQ(std::vector<std::uint8_t>(black.begin(), black.begin() + 4),
+              (std::vector<std::uint8_t>{0x04, 0x01, 0x00, 0x40})); // big-endian
     for (std::uint32_t path : {cv::kPathScalar, cv::kPathVector}) {
-        EXPECT_EQ(OneColour<float>(kV210, f32, 1.5f, 0.25f, -0.2f, 30, path),
-                  OneColour<float>(kV210, f32, 1.0f, 0.25f, 0.0f, 30, path));
+        EXPECT_EQ(OneColour(kV210, k32f, {1.5, 0.25, -0.2}, 30, path),
+                  OneColour(kV210, k32f, {1.0, 0.25, 0.0}, 30, path));
         // Width 6, one colour: the first pixel is its own left neighbour, so the filter keeps the colour.
-        const auto row = OneColour<std::uint8_t>(kV210, f8, 30, 200, 90, 6, path);
+        const auto row = OneColour(kV210, k8u, {30, 200, 90}, 6, path);
         std::uint32_t w[4];
         std::memcpy(w, row.data(), 16);
         const unsigned cb = w[0] & 1023, cr = w[0] >> 20;
@@ -90,55 +130,16 @@ TEST(KnownValues, V210) {
     }
 }
 
-TEST(KnownValues, R210) {
-    const std::uint32_t f8 = cv::kPixelFormatBgra8u, f16 = cv::kPixelFormatBgra16u,
-                        f32 = cv::kPixelFormatBgra32f;
-    for (std::uint32_t path : {cv::kPathScalar, cv::kPathVector}) {
-        const auto black = OneColour<std::uint8_t>(kR210, f8, 0, 0, 0, 8, path);
-        EXPECT_EQ(std::vector<std::uint8_t>(black.begin(), black.begin() + 4),
-                  (std::vector<std::uint8_t>{0x04, 0x01, 0x00, 0x40}));
-        EXPECT_EQ(R210Pixel(OneColour<std::uint8_t>(kR210, f8, 255, 255, 255, 8, path)),
-                  (Triple{937, 937, 937}));
-        EXPECT_EQ(R210Pixel(OneColour<std::uint16_t>(kR210, f16, 32768, 16384, 0, 4, path)),
-                  (Triple{64, 502, 940}));
-        EXPECT_EQ(R210Pixel(OneColour<float>(kR210, f32, 1.0f, 0.5f, -1.0f, 4, path)),
-                  (Triple{64, 502, 940}));
-        EXPECT_EQ(R210Pixel(OneColour<float>(kR210, f32, 2.0f, 2.0f, 2.0f, 4, path)),
-                  (Triple{940, 940, 940}));
-        // R, G, B land in their own bits: 8u (B, G, R) = (0, 128, 255).
-        EXPECT_EQ(R210Pixel(OneColour<std::uint8_t>(kR210, f8, 0, 128, 255, 8, path)),
-                  (Triple{937, 502, 64}));
-    }
-    // 16u 19: the table rounds 0.51 up, the vector arithmetic truncates it.
-    EXPECT_EQ(R210Pixel(OneColour<std::uint16_t>(kR210, f16, 19, 19, 19, 4, cv::kPathScalar))[0], 65u);
-    EXPECT_EQ(R210Pixel(OneColour<std::uint16_t>(kR210, f16, 19, 19, 19, 4, cv::kPathVector))[0], 64u);
-}
-
-TEST(KnownValues, Uyvy) {
-    const auto black = OneColour<std::uint8_t>(kUyvy, cv::kPixelFormatBgra8u, 0, 0, 0, 2, cv::kPathScalar);
-    EXPECT_EQ(std::vector<std::uint8_t>(black.begin(), black.begin() + 4),
-              (std::vector<std::uint8_t>{0x80, 0x10, 0x80, 0x10}));
-    const auto white =
-        OneColour<std::uint8_t>(kUyvy, cv::kPixelFormatBgra8u, 255, 255, 255, 2, cv::kPathScalar);
-    EXPECT_EQ(std::vector<std::uint8_t>(white.begin(), white.begin() + 4),
-              (std::vector<std::uint8_t>{0x80, 0xEB, 0x80, 0xEB}));
-    const auto white16 =
-        OneColour<std::uint16_t>(kUyvy, cv::kPixelFormatBgra16u, 32768, 32768, 32768, 2, cv::kPathScalar);
-    EXPECT_EQ(white16[1], 0xEB);
-}
-
 TEST(MatrixChoice, WidthPicksTheMatrixUnlessForced) {
-    const std::uint32_t f8 = cv::kPixelFormatBgra8u;
     for (EntryPoint entry : {kV210, kUyvy}) {
         for (std::uint32_t path : {cv::kPathScalar, cv::kPathVector}) {
-            const auto sd720 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 720, path, 1);
-            const auto hd720 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 720, path, 2);
-            ASSERT_NE(sd720, hd720);
-            EXPECT_EQ(OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 720, path, 0), sd720);
-            const auto sd721 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 721, path, 1);
-            const auto hd721 = OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 721, path, 2);
-            EXPECT_EQ(OneColour<std::uint8_t>(entry, f8, 40, 60, 200, 721, path, 0), hd721);
-            EXPECT_NE(sd721, hd721);
+            const auto convert = [&](int width, std::uint32_t matrix) {
+                return OneColour(entry, k8u, {40, 60, 200}, width, path, matrix);
+            };
+            ASSERT_NE(convert(720, 1), convert(720, 2));
+            EXPECT_EQ(convert(720, 0), convert(720, 1));
+            EXPECT_NE(convert(721, 1), convert(721, 2));
+            EXPECT_EQ(convert(721, 0), convert(721, 2));
         }
     }
 }

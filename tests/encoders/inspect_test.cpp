@@ -13,8 +13,6 @@ using namespace avitest;
 
 namespace {
 
-using Outcome = Inspected;
-
 void Save(const std::filesystem::path& path, const Bytes& b) {
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
@@ -40,21 +38,18 @@ TempDir* InspectTest::dir_ = nullptr;
 } // namespace
 
 TEST_F(InspectTest, GoodFileIsConsistentAsTextAndJson) {
-    const Outcome text = Inspect({Good().string()});
+    const Inspected text = Inspect({Good().string()});
     EXPECT_EQ(text.code, 0) << text.out;
-    EXPECT_NE(text.out.find("\nconsistent\n"), std::string::npos);
-    EXPECT_NE(text.out.find("form=\"AVI \""), std::string::npos);
-    EXPECT_NE(text.out.find("total_frames=10"), std::string::npos);
-    EXPECT_NE(text.out.find("type=\"vids\" handler=\"UYVY\""), std::string::npos);
-    EXPECT_NE(text.out.find("standard_index id=\"ix01\""), std::string::npos);
-    EXPECT_NE(text.out.find("text=\"QVN AVI Writer v1.0\""), std::string::npos);
+    for (const char* line :
+         {"\nconsistent\n", "form=\"AVI \"", "total_frames=10", "type=\"vids\" handler=\"UYVY\"",
+          "standard_index id=\"ix01\"", "text=\"QVN AVI Writer v1.0\""})
+        EXPECT_NE(text.out.find(line), std::string::npos) << line;
     EXPECT_EQ(text.out.find("problem: "), std::string::npos);
-    const Outcome json = Inspect({"--json", Good().string()});
+    const Inspected json = Inspect({"--json", Good().string()});
     EXPECT_EQ(json.code, 0);
     EXPECT_EQ(json.out.rfind("{\"path\":", 0), 0u);
-    EXPECT_NE(json.out.find("\"consistent\":true,\"problems\":[]"), std::string::npos);
-    EXPECT_NE(json.out.find("\"form\":\"movi\""), std::string::npos);
-    EXPECT_NE(json.out.find("\"length\":10"), std::string::npos);
+    for (const char* field : {"\"consistent\":true,\"problems\":[]", "\"form\":\"movi\"", "\"length\":10"})
+        EXPECT_NE(json.out.find(field), std::string::npos) << field;
     long depth = 0;
     for (char ch : json.out) {
         depth += ch == '{' || ch == '[';
@@ -73,7 +68,7 @@ TEST_F(InspectTest, EveryTruncationIsReportedWithoutACrash) {
         lengths.push_back(at);
     for (std::size_t n : lengths) {
         Save(cut, Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(n)));
-        const Outcome o = Inspect({cut.string()});
+        const Inspected o = Inspect({cut.string()});
         EXPECT_EQ(o.code, 1) << n;
         if (n < 12)
             EXPECT_NE(o.out.find("not an AVI file"), std::string::npos) << n << o.out;
@@ -115,7 +110,7 @@ TEST_F(InspectTest, CorruptedIndexesAndCountersAreNamed) {
         Bytes copy = good;
         c.corrupt(copy);
         Save(bad, copy);
-        const Outcome o = Inspect({bad.string()});
+        const Inspected o = Inspect({bad.string()});
         EXPECT_EQ(o.code, 1) << c.expect;
         EXPECT_NE(o.out.find(c.expect), std::string::npos) << c.expect << "\n" << o.out;
     }
@@ -128,7 +123,7 @@ TEST_F(InspectTest, CorruptedIndexesAndCountersAreNamed) {
             copy[at] = static_cast<unsigned char>(random());
         }
         Save(bad, copy);
-        const Outcome o = Inspect({bad.string()});
+        const Inspected o = Inspect({bad.string()});
         EXPECT_TRUE(o.code == 0 || o.code == 1) << round;
     }
 }
@@ -136,12 +131,12 @@ TEST_F(InspectTest, CorruptedIndexesAndCountersAreNamed) {
 TEST(Inspect, UsageErrorsExitWithTwoAndOneLine) {
     for (const std::vector<std::string>& args :
          std::vector<std::vector<std::string>>{{}, {"--bogus", "x.avi"}, {"a.avi", "b.avi"}, {"--json"}}) {
-        const Outcome o = Inspect(args);
+        const Inspected o = Inspect(args);
         EXPECT_EQ(o.code, 2);
         EXPECT_EQ(std::count(o.err.begin(), o.err.end(), '\n'), 1) << o.err;
         EXPECT_EQ(o.out, "");
     }
-    const Outcome missing = Inspect({"/nonexistent/dir/file.avi"});
+    const Inspected missing = Inspect({"/nonexistent/dir/file.avi"});
     EXPECT_EQ(missing.code, 1);
     EXPECT_NE(missing.err.find("cannot open"), std::string::npos);
 }

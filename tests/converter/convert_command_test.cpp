@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -25,42 +26,36 @@ int Command(std::vector<std::string> args) {
     ::testing::internal::CaptureStderr();
     const int status = QvnConvertCommand(static_cast<int>(argv.size()), argv.data());
     const std::string messages = ::testing::internal::GetCapturedStderr();
-    if (status == 2) {
-        EXPECT_NE(messages.find("qvnhost: convert: "), std::string::npos) << messages;
-    }
+    EXPECT_TRUE(status != 2 || messages.find("qvnhost: convert: ") != std::string::npos) << messages;
     return status;
 }
 
 class ConvertCommand : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir_ =
-            fs::temp_directory_path() /
-            ("qvn_convert_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::create_directories(dir_);
-    }
+    void SetUp() override { fs::create_directories(dir_); }
     void TearDown() override { fs::remove_all(dir_); }
     std::string Path(const char* name) const { return (dir_ / name).string(); }
-    fs::path dir_;
+    const fs::path dir_ =
+        fs::temp_directory_path() /
+        ("qvn_convert_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
 };
 
 TEST_F(ConvertCommand, FramesMatchTheEntryPoints) {
     // Two 16u frames, 100x6, rows padded to 808 bytes.
-    const int width = 100, height = 6, frames = 2;
+    const int width = 100, height = 6;
     const std::uint32_t srcRowBytes = 808;
     std::mt19937 rng(5);
     std::vector<Frame> src;
     std::ofstream in(Path("in.raw"), std::ios::binary);
-    for (int f = 0; f < frames; ++f) {
-        src.push_back(RandomFrame(k16u, width, height, srcRowBytes, 0, rng, true));
+    for (int f = 0; f < 2; ++f) {
+        src.push_back(RandomFrame(k16u, width, height, srcRowBytes, 0, rng));
         in.write(reinterpret_cast<const char*>(src.back().buffer.data()), srcRowBytes * height);
     }
     in.close();
     const struct {
         const char* codec;
         std::uint32_t rowBytes; // the decoders' stride for this width
-        std::int32_t (*entry)(const void*, std::uint32_t, std::uint32_t, void*, std::uint32_t, std::int32_t,
-                              std::int32_t, std::uint32_t, std::uint32_t);
+        decltype(&cv::v210::CreateFrom) entry;
     } codecs[] = {{"v210", 384, cv::v210::CreateFrom},
                   {"r210", 512, cv::r210::CreateFrom},
                   {"uyvy", 200, cv::uyvy::CreateFrom}};
@@ -80,7 +75,9 @@ TEST_F(ConvertCommand, FramesMatchTheEntryPoints) {
                           0);
                 expected.insert(expected.end(), dst.data(), dst.data() + c.rowBytes * height);
             }
-            EXPECT_EQ(ReadAll(Path("out.raw")), expected) << c.codec << " " << path;
+            std::ifstream out(Path("out.raw"), std::ios::binary);
+            EXPECT_EQ(std::vector<std::uint8_t>(std::istreambuf_iterator<char>(out), {}), expected)
+                << c.codec << " " << path;
         }
     }
 }

@@ -14,7 +14,7 @@ Buffer::Buffer(std::size_t size, std::size_t misalign)
 }
 
 Frame RandomFrame(int depth, int width, int height, std::uint32_t rowBytes, std::size_t misalign,
-                  std::mt19937& rng, bool hostRange) {
+                  std::mt19937& rng) {
     Frame f{depth, width, height, rowBytes, Buffer(static_cast<std::size_t>(rowBytes) * height, misalign)};
     std::uniform_int_distribution<int> byte(0, 255), pick(0, 15), u16(0, 32768);
     std::uniform_real_distribution<float> unit(-0.05f, 1.05f);
@@ -25,11 +25,7 @@ Frame RandomFrame(int depth, int width, int height, std::uint32_t rowBytes, std:
                 p[i] = static_cast<std::uint8_t>(byte(rng));
             } else if (depth == k16u) {
                 const int k = pick(rng);
-                const int v = k == 0                 ? 0
-                              : k == 1               ? 32768
-                              : k == 2               ? 32767
-                              : k == 3 && !hostRange ? 65535
-                                                     : u16(rng);
+                const int v = k == 0 ? 0 : k == 1 ? 32768 : k == 2 ? 32767 : k == 3 ? 65535 : u16(rng);
                 const auto w = static_cast<std::uint16_t>(v);
                 std::memcpy(p + 2 * i, &w, 2);
             } else {

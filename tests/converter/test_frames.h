@@ -6,9 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <vector>
 
@@ -41,20 +38,15 @@ struct Frame {
     SourceView view() const { return {buffer.data(), rowBytes, depth, width, height}; }
 };
 
-// Random components: 8u every value, 16u mostly 0..32768 with the extremes (65535 too unless
-// `hostRange`), 32f mostly 0..1 with values outside the range, infinities and NaN.
+// Random components: 8u every value, 16u mostly 0..32768 with the extremes and 65535, 32f mostly 0..1 with
+// values outside the range, infinities and NaN.
 Frame RandomFrame(int depth, int width, int height, std::uint32_t rowBytes, std::size_t misalign,
-                  std::mt19937& rng, bool hostRange = false);
+                  std::mt19937& rng);
 
 // Every byte of `dst` (guards and row padding included) against canary-filled storage with the expected
 // rows written over it in order, as the kernels write them.
 ::testing::AssertionResult FrameMatches(const Buffer& dst, std::uint32_t rowBytes,
                                         const std::vector<std::vector<std::uint8_t>>& rows);
-
-inline std::vector<std::uint8_t> ReadAll(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 inline std::uint32_t RoundUp16(std::size_t v) {
     return static_cast<std::uint32_t>((v + 15) / 16 * 16);

@@ -23,43 +23,27 @@ namespace {
 
 namespace Status = QVN::EncoderStatus;
 namespace Faults = QVN::AllocationFaults;
-using avitest::Fcc;
-using avitest::U32;
+using namespace avitest;
 
 constexpr std::uint32_t kFrameBytes = 2 * 4096 + 100; // whole blocks and a tail
 constexpr std::uint32_t kBlockBytes = 1920 * 4;
 constexpr std::uint32_t kFrames = 6;
 
-// Aborts the process when a step takes longer than any healthy one could: a hang must not pass silently.
-class Watchdog {
-public:
-    Watchdog()
-        : thread_([this] {
-              while (!stop_.load()) {
-                  const std::uint64_t since = since_.load();
-                  if (since != 0 && QVN::MonotonicMs() - since > 30000) {
-                      std::fprintf(stderr, "hang with allocation %llu failing\n",
-                                   static_cast<unsigned long long>(n_.load()));
-                      std::abort();
-                  }
-                  QVN::SleepMs(10);
-              }
-          }) {}
-    ~Watchdog() {
-        stop_ = true;
-        thread_.join();
-    }
-    void Arm(std::uint64_t n) {
-        n_ = n;
-        since_ = QVN::MonotonicMs();
-    }
-    void Disarm() { since_ = 0; }
-
-private:
-    std::atomic<bool> stop_{false};
-    std::atomic<std::uint64_t> since_{0}, n_{0};
-    std::thread thread_; // last: it starts once the flags exist
-};
+// While a session runs: the allocation failing, and when the session started. One that takes longer than any
+// healthy one could aborts the process, so that a hang cannot pass silently.
+std::atomic<std::uint64_t> gFailing{0}, gSince{0};
+void StartWatchdog() {
+    std::thread([] {
+        for (;; QVN::SleepMs(10)) {
+            const std::uint64_t since = gSince.load();
+            if (since != 0 && QVN::MonotonicMs() - since > 30000) {
+                std::fprintf(stderr, "hang with allocation %llu failing\n",
+                             static_cast<unsigned long long>(gFailing.load()));
+                std::abort();
+            }
+        }
+    }).detach();
+}
 
 // Retries an operation once when it ran out of memory: only one allocation fails per session.
 template <class Op> std::uint32_t Retried(Op op) {
@@ -82,7 +66,7 @@ Outcome Session(const std::filesystem::path& path, const std::wstring& wide) {
     } catch (const std::bad_alloc&) { // the host's export fails with an internal error
         return outcome;
     }
-    const BITMAPINFOHEADER bmi = avitest::Video("UYVY", 64, 64, kFrameBytes).bmiHeader;
+    const BITMAPINFOHEADER bmi = Video("UYVY", 64, 64, kFrameBytes).bmiHeader;
     const std::uint32_t initialised = encoder->Initialise(nullptr, &bmi, 0, 25, 1, 4, kFrameBytes, nullptr);
     BufferList buffers;
     const std::uint32_t listed = initialised == 0 ? encoder->GetFreeBuffers(buffers) : initialised;
@@ -117,17 +101,18 @@ Outcome Session(const std::filesystem::path& path, const std::wstring& wide) {
 }
 
 TEST(AviEncoderAllocationFailure, EveryAllocationFailingInTurnEndsCleanly) {
-    avitest::TempDir dir("alloc");
-    Watchdog watchdog;
+    TempDir dir("alloc");
+    StartWatchdog();
     std::uint64_t total = 0;
     for (std::uint64_t n = 1;; ++n) {
         const auto path = dir / ("n" + std::to_string(n) + ".avi");
         const std::wstring wide = path.wstring();
-        watchdog.Arm(n);
+        gFailing = n;
+        gSince = QVN::MonotonicMs();
         Faults::Arm(n);
         const Outcome outcome = Session(path, wide);
         const std::uint64_t counted = Faults::Disarm();
-        watchdog.Disarm();
+        gSince = 0;
         SCOPED_TRACE("allocation " + std::to_string(n) + " of " + std::to_string(counted) + " failing");
         if (n > counted) { // nothing failed: the reference session
             EXPECT_EQ(outcome.finish, 0u);
@@ -138,9 +123,9 @@ TEST(AviEncoderAllocationFailure, EveryAllocationFailingInTurnEndsCleanly) {
             continue;
         // Finish either saw every item written, or says that the writer had to drop one.
         ASSERT_TRUE(outcome.finish == 0 || outcome.finish == Status::kOutOfMemory) << outcome.finish;
-        const avitest::Bytes b = avitest::ReadAll(path);
+        const Bytes b = ReadAll(path);
         std::uint32_t next[2] = {1, 1};
-        for (const avitest::Chunk& c : avitest::MoviChunks(b)) {
+        for (const Chunk& c : MoviChunks(b)) {
             if (c.id != "00db" && c.id != "01wb")
                 continue;
             const std::uint32_t stream = c.id == "00db" ? 0 : 1;

@@ -1,24 +1,21 @@
-// AVIFile output checked field by field against the file layout the playback software expects.
+// Stream descriptions and AVIFile output, checked field by field against the file layout the playback
+// software expects.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
-#include <numeric>
 
 #include "encoders/avi_file.h"
+#include "encoders/avi_index.h"
 #include "platform/virtual_memory.h"
 #include "test_files.h"
 
-using avitest::Bytes;
-using avitest::Fcc;
-using avitest::Tag;
-using avitest::U32;
-using avitest::U64;
+using namespace avitest;
 
 namespace {
 
 const VIDEOINFOHEADER kVideo = [] {
-    VIDEOINFOHEADER v = avitest::Video("v210", 64, 32, 8192, 20);
+    VIDEOINFOHEADER v = Video("v210", 64, 32, 8192, 20);
     v.dwBitRate = 123456; // copied unchanged into avih
     return v;
 }();
@@ -67,6 +64,67 @@ List ListAt(const Bytes& b, std::uint64_t at, const char* type) {
 
 } // namespace
 
+TEST(VideoStreamInfo, QualityAndSuggestedBufferAtTheirBoundaries) {
+    struct Case {
+        std::int32_t width;
+        std::uint32_t image, quality, suggested;
+    };
+    for (const Case& c : {Case{1000, 0, 9000, 0}, Case{1001, 8192, 9800, 8192}, Case{720, 8193, 9000, 12288},
+                          Case{1920, 5529601, 9800, 5529600 + 4096}}) {
+        const VideoStreamInfo s(Video("v210", c.width, 2, c.image));
+        EXPECT_EQ(s.Header().dwQuality, c.quality) << c.width;
+        EXPECT_EQ(s.Header().dwSuggestedBufferSize, c.suggested) << c.image;
+        EXPECT_EQ(s.Header().dwSampleSize, c.image);
+    }
+}
+
+TEST(VideoStreamInfo, FrameDurationsMapToTheSupportedRatesOnly) {
+    // Each rate takes the durations strictly between its bounds: both bounds and both values just inside
+    // them are tried, so that every comparison of the table is pinned.
+    struct Row {
+        std::int64_t above, below;
+        std::uint32_t rate, scale;
+    };
+    const Row rows[] = {{417081, 417085, 24000, 1001}, {416665, 416669, 24, 1}, {399998, 400002, 25, 1},
+                        {333665, 333669, 30000, 1001}, {333331, 333335, 30, 1}, {199998, 200002, 50, 1},
+                        {166831, 166835, 60000, 1001}, {166665, 166669, 60, 1}};
+    const auto rateOf = [](std::int64_t duration) {
+        const VideoStreamInfo s(Video("", 720, 486, 0, 16, duration));
+        return std::make_pair(s.Header().dwRate, s.Header().dwScale);
+    };
+    using P = std::pair<std::uint32_t, std::uint32_t>;
+    for (const Row& r : rows) {
+        EXPECT_EQ(rateOf(r.above), P(0, 0)) << r.above;
+        EXPECT_EQ(rateOf(r.above + 1), P(r.rate, r.scale)) << r.above + 1;
+        EXPECT_EQ(rateOf(r.below - 1), P(r.rate, r.scale)) << r.below - 1;
+        EXPECT_EQ(rateOf(r.below), P(0, 0)) << r.below;
+    }
+    EXPECT_EQ(rateOf(0), P(0, 0));
+    EXPECT_EQ(rateOf(-333667), P(0, 0));
+}
+
+// Plain PCM keeps 18 bytes (whatever follows it in memory), WAVE_FORMAT_EXTENSIBLE 40. The file's strf shows
+// the plain one; the 6-channel export of the reader tests the other.
+TEST(AudioStreamInfo, PcmGivesEighteenBytesAndExtensibleForty) {
+    WAVEFORMATEXTENSIBLE ext{};
+    std::memset(&ext, 0xAB, sizeof(ext));
+    ext.Format = {WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
+    const AudioStreamInfo pcm(&ext.Format);
+    EXPECT_EQ(pcm.GetFormatSize(), 18u);
+    EXPECT_EQ(std::memcmp(pcm.GetFormat(), &ext, 18), 0);
+    ext.Format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
+    ext.Format.cbSize = 22;
+    const AudioStreamInfo six(&ext.Format);
+    EXPECT_EQ(six.GetFormatSize(), 40u);
+    EXPECT_EQ(std::memcmp(six.GetFormat(), &ext, 40), 0);
+}
+
+// Streams 0 and 1 are read in every file; the tens digit and the type of other streams only here.
+TEST(AviIndex, TwoDigitStreamNumbersAndOtherTypes) {
+    EXPECT_EQ(QVN::AviIndex::ChunkId(12, Fcc("txts")), Fcc("12un"));
+    EXPECT_EQ(QVN::AviIndex::StandardIndexId(23), Fcc("ix23"));
+}
+
 TEST(AviFile, JunkSizeIsTheSmallestPaddingOfAtLeast2040Bytes) {
     for (std::int64_t bias : {0, -12}) {
         for (std::int64_t pos = 0; pos < 3 * 4096; pos += 2) {
@@ -82,7 +140,7 @@ TEST(AviFile, JunkSizeIsTheSmallestPaddingOfAtLeast2040Bytes) {
 }
 
 TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
-    avitest::TempDir dir("layout");
+    TempDir dir("layout");
     const auto path = dir / "small.avi";
     VideoStreamInfo video(kVideo);
     AudioStreamInfo audio(&kStereo16);
@@ -121,7 +179,8 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
         ASSERT_EQ(file.Close(), S_OK);
         EXPECT_FALSE(file.IsOpen());
     }
-    const Bytes b = avitest::ReadAll(path);
+    EXPECT_EQ(video.Header().dwLength, 0u); // the file counts in its own copy of the description
+    const Bytes b = ReadAll(path);
     ASSERT_GT(b.size(), 200000u);
     EXPECT_EQ(b.size() % 4096, 0u);
     ExpectFields(b, 0, {Fcc("RIFF"), static_cast<std::uint32_t>(b.size() - 8), Fcc("AVI ")});
@@ -143,7 +202,7 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
     const List strl1 = ListAt(b, strl0.bodyEnd, "strl");
     EXPECT_EQ(strl1.bodyEnd - strl1.position, 8u + 18 + 65612);
     const std::uint64_t strh1 = strl1.position + 12;
-    EXPECT_EQ(strh1, avitest::kAudioStrh);
+    EXPECT_EQ(strh1, kAudioStrh);
     ExpectFields(
         b, strh1,
         {Fcc("strh"), 56, Fcc("auds"), 0, 0, 0, 0, 1, 48000, 0, 3203, 192000, 0, 4, 0, 0, Fcc("strf"), 18});
@@ -157,8 +216,8 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
     const std::uint64_t moviData = movi.position + 12;
     EXPECT_EQ(moviData % 4096, 0u);
     // The movi list: the payloads in order, then both standard indexes, each closed by JUNK.
-    std::vector<avitest::Chunk> payloads;
-    const auto chunks = avitest::Walk(b, moviData, movi.bodyEnd);
+    std::vector<Chunk> payloads;
+    const auto chunks = Walk(b, moviData, movi.bodyEnd);
     ASSERT_FALSE(chunks.empty());
     EXPECT_EQ(chunks.back().position + 8 + chunks.back().size + (chunks.back().size & 1), movi.bodyEnd);
     for (std::size_t i = 0; i < chunks.size(); ++i) {
@@ -174,7 +233,7 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
     for (const Written& w : plan) {
         if (w.seed == 0)
             continue;
-        const avitest::Chunk& c = payloads[next++];
+        const Chunk& c = payloads[next++];
         positions.push_back(c.position);
         EXPECT_EQ(c.id, w.id) << w.seed;
         EXPECT_EQ(c.size, w.size) << w.seed;
@@ -255,129 +314,91 @@ TEST(AviFile, SmallFileMatchesTheLayoutFieldByField) {
     EXPECT_EQ(signature + 28 + 8 + U32(b, signature + 32), b.size());
 }
 
-TEST(AviFile, AudioOnlyFileHasEmptyVideoFieldsAndNoAlignment) {
-    avitest::TempDir dir("audio");
+// An audio-only file: empty video fields in avih, chunks packed without alignment, and 8188 + 2 entries: one
+// full standard index, flushed after the chunk that filled it, then two entries in the next.
+TEST(AviFile, AudioOnlyFileFlushesAFullStandardIndexAndTheNextCountsFromTheChunkThatFilledIt) {
+    TempDir dir("audio");
     const auto path = dir / "audio.avi";
     AudioStreamInfo audio(&kMono8);
     Pages pages(8192);
-    {
-        AVIFile file;
-        ASSERT_EQ(file.Open(path.string().c_str(), {&audio}), S_OK);
-        ASSERT_EQ(file.WriteChunk(0, pages.data, 4096, true), S_OK);
-        ASSERT_EQ(file.WriteChunk(0, pages.data, 735, true), S_OK);
-        ASSERT_EQ(file.WriteChunk(0, pages.data, 736, true), S_OK);
-        EXPECT_EQ(file.WriteRepeat(0), E_FAIL); // audio cannot repeat
-        ASSERT_EQ(file.Close(), S_OK);
-    }
-    const Bytes b = avitest::ReadAll(path);
-    for (int at = 32; at < 88; at += 4)
-        EXPECT_EQ(U32(b, at), at == 56 ? 1u : 0u) << at;
-    const List hdrl = ListAt(b, 12, "hdrl");
-    const List movi = ListAt(b, hdrl.bodyEnd, "movi");
-    EXPECT_EQ((movi.position + 12) % 4096, 0u);
-    // Chunks follow each other directly: 4096 + 8, then 735 + 8 + 1 pad byte.
-    const auto chunks = avitest::Walk(b, movi.position + 12, movi.bodyEnd);
-    ASSERT_GE(chunks.size(), 4u);
-    EXPECT_EQ(chunks[0].id, "00wb");
-    EXPECT_EQ(chunks[1].position, chunks[0].position + 8 + 4096);
-    EXPECT_EQ(chunks[2].position, chunks[1].position + 8 + 736);
-    EXPECT_EQ(chunks[2].size, 736u);
-    EXPECT_EQ(chunks[3].id, "ix00");
-    EXPECT_EQ(U32(b, 100 + 40), 4096u + 735 + 736);
-}
-
-TEST(AviFile, AFullStandardIndexIsFlushedAndTheNextCountsFromTheChunkThatFilledIt) {
-    avitest::TempDir dir("flush");
-    const auto path = dir / "flush.avi";
-    AudioStreamInfo audio(&kMono8);
-    constexpr std::uint32_t kChunks = 8188 + 2; // one full standard index, then two entries in the next
+    constexpr std::uint32_t kChunks = 8188 + 2;
+    const auto sizeOf = [](std::uint32_t i) { return i == 0 ? 4096u : i == 1 ? 735u : i == 2 ? 736u : 2u; };
     {
         AVIFile file;
         ASSERT_EQ(file.Open(path.string().c_str(), {&audio}), S_OK);
         for (std::uint32_t i = 0; i < kChunks; ++i) {
-            const unsigned char two[2] = {static_cast<unsigned char>(i), static_cast<unsigned char>(i >> 8)};
-            ASSERT_EQ(file.WriteChunk(0, two, 2, true), S_OK) << i;
+            Fill(pages.data, sizeOf(i), i);
+            ASSERT_EQ(file.WriteChunk(0, pages.data, sizeOf(i), true), S_OK) << i;
         }
+        EXPECT_EQ(file.WriteRepeat(0), E_FAIL); // audio cannot repeat
         ASSERT_EQ(file.Close(), S_OK);
     }
-    const Bytes b = avitest::ReadAll(path);
+    const Bytes b = ReadAll(path);
+    for (int at = 32; at < 88; at += 4)
+        EXPECT_EQ(U32(b, at), at == 56 ? 1u : 0u) << at;
+    EXPECT_EQ(U32(b, 100 + 40), 4096u + 735 + 736 + 2 * 8187);
     const List hdrl = ListAt(b, 12, "hdrl");
     const List movi = ListAt(b, hdrl.bodyEnd, "movi");
+    EXPECT_EQ((movi.position + 12) % 4096, 0u);
     std::vector<std::uint64_t> data, indexes;
-    for (const auto& c : avitest::Walk(b, movi.position + 12, movi.bodyEnd))
-        if (c.id == "00wb")
-            data.push_back(c.position);
-        else if (c.id == "ix00")
-            indexes.push_back(c.position);
+    for (const auto& c : Walk(b, movi.position + 12, movi.bodyEnd))
+        if (c.id != "JUNK")
+            (c.id == "00wb" ? data : indexes).push_back(c.position);
     ASSERT_EQ(data.size(), kChunks);
+    // Chunks follow each other directly: 4096 + 8, then 735 + 8 + 1 pad byte.
+    EXPECT_EQ(data[1], data[0] + 8 + 4096);
+    EXPECT_EQ(data[2], data[1] + 8 + 736);
+    EXPECT_EQ(data[3], data[2] + 8 + 736);
     ASSERT_EQ(indexes.size(), 2u);
+    EXPECT_EQ(Tag(b, indexes[0]) + Tag(b, indexes[1]), "ix00ix00");
     EXPECT_LT(indexes[0], data[8188]) << "flushed right after the chunk that filled it";
     EXPECT_GT(indexes[0], data[8187]);
     // The base of the second index is the chunk of the call that flushed the first, not the second's
     // first chunk: every offset still fits in 32 bits.
     const std::uint64_t bases[2] = {0, data[8187]};
-    const std::uint32_t counts[2] = {8188, 2};
-    for (int k = 0; k < 2; ++k) {
+    const std::uint32_t counts[2] = {8188, 2}, durations[2] = {4096 + 735 + 736 + 2 * 8185, 4};
+    for (std::uint32_t k = 0; k < 2; ++k) {
         const std::uint64_t ix = indexes[k];
         EXPECT_EQ(U64(b, ix + 20), bases[k]) << k;
         ASSERT_EQ(U32(b, ix + 12), counts[k]) << k;
-        const std::size_t first = k == 0 ? 0 : 8188;
-        for (std::uint32_t e = 0; e < counts[k]; ++e) {
-            ASSERT_EQ(bases[k] + U32(b, ix + 32 + 8 * e) - 8, data[first + e]) << k << " " << e;
-            ASSERT_EQ(U32(b, ix + 36 + 8 * e), 2u);
+        for (std::uint32_t e = 0, chunk = 8188 * k; e < counts[k]; ++e, ++chunk) {
+            ASSERT_EQ(bases[k] + U32(b, ix + 32 + 8 * e) - 8, data[chunk]) << k << " " << e;
+            ASSERT_EQ(U32(b, ix + 36 + 8 * e), sizeOf(chunk));
+            Bytes expect(sizeOf(chunk));
+            Fill(expect.data(), expect.size(), chunk);
+            ASSERT_EQ(std::memcmp(b.data() + data[chunk] + 8, expect.data(), expect.size()), 0) << chunk;
         }
     }
-    // The super index lists both, with the duration of each (2 samples a chunk).
+    // The super index lists both, with the duration of each (one sample a byte).
     const std::uint64_t indx = 12 + 12 + 64 + 12 + 64 + 8 + 18;
     ASSERT_EQ(Tag(b, indx), "indx");
     ASSERT_EQ(U32(b, indx + 12), 2u);
     for (int k = 0; k < 2; ++k) {
         EXPECT_EQ(U64(b, indx + 32 + 16 * k), indexes[k]);
-        EXPECT_EQ(U32(b, indx + 44 + 16 * k), counts[k] * 2);
+        EXPECT_EQ(U32(b, indx + 44 + 16 * k), durations[k]);
     }
-}
-
-TEST(AviFile, ReopensAfterCloseAndClosesInItsDestructor) {
-    avitest::TempDir dir("reuse");
-    VideoStreamInfo video(kVideo);
-    Pages pages(8192);
-    AVIFile file;
-    for (int round = 0; round < 2; ++round) {
-        const auto path = dir / ("reuse" + std::to_string(round) + ".avi");
-        ASSERT_EQ(file.Open(path.string().c_str(), {&video}), S_OK);
-        EXPECT_EQ(file.Open(path.string().c_str(), {&video}), E_FAIL); // already open
-        for (int i = 0; i <= round; ++i)
-            ASSERT_EQ(file.WriteChunk(0, pages.data, 8192, true), S_OK);
-        ASSERT_EQ(file.Close(), S_OK);
-        const Bytes b = avitest::ReadAll(path);
-        EXPECT_EQ(U32(b, 4), b.size() - 8);
-        EXPECT_EQ(U32(b, 48), static_cast<std::uint32_t>(round + 1)); // counters start again
-        EXPECT_EQ(U32(b, 140), static_cast<std::uint32_t>(round + 1));
-        EXPECT_EQ(U32(b, 212 + 12), 1u); // indx entries in use
-    }
-    EXPECT_EQ(video.Header().dwLength, 0u); // the caller's description is untouched
-    const auto path = dir / "destructed.avi";
-    {
-        AVIFile scoped;
-        ASSERT_EQ(scoped.Open(path.string().c_str(), {&video}), S_OK);
-        ASSERT_EQ(scoped.WriteChunk(0, pages.data, 100, true), S_OK);
-    }
-    const Bytes b = avitest::ReadAll(path);
-    EXPECT_EQ(U32(b, 4), b.size() - 8);
-    EXPECT_EQ(U32(b, 48), 1u);
 }
 
 TEST(AviFile, FailuresAreReportedAsResults) {
-    avitest::TempDir dir("fail");
+    TempDir dir("fail");
     VideoStreamInfo video(kVideo);
     AudioStreamInfo audio(&kStereo16);
     AVIFile file;
     const auto missing = dir / "no-such-folder" / "x.avi";
+    unsigned char data[16] = {};
+    {
+        AVIFile scoped; // destroyed open: closed as by Close
+        ASSERT_EQ(scoped.Open((dir / "scoped.avi").string().c_str(), {&video}), S_OK);
+        EXPECT_EQ(scoped.Open((dir / "again.avi").string().c_str(), {&video}), E_FAIL); // already open
+        ASSERT_EQ(scoped.WriteChunk(0, data, 16, true), S_OK);
+    }
+    const Bytes b = ReadAll(dir / "scoped.avi");
+    EXPECT_EQ(U32(b, 4), b.size() - 8);
+    EXPECT_EQ(U32(b, 48), 1u);
     const HRESULT hr = file.Open(missing.string().c_str(), {&video});
     EXPECT_TRUE(FAILED(hr));
     EXPECT_EQ(static_cast<std::uint32_t>(hr) & 0xFFFF0000u, 0x80070000u); // a system error, not a generic one
     EXPECT_FALSE(file.IsOpen());
-    unsigned char data[16] = {};
     EXPECT_EQ(file.WriteChunk(0, data, 16, true), E_FAIL);
     EXPECT_EQ(file.Close(), S_OK);
     ASSERT_EQ(file.Open((dir / "ok.avi").string().c_str(), {&video, &audio}), S_OK);

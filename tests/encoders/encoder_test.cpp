@@ -1,25 +1,29 @@
-// CAviEncoder / CSimpleAviEncoder through the encoder interface: formats, sample arithmetic, the frame
-// limit, back-pressure, the pixel-aspect record and failure results.
+// CAviEncoder / CSimpleAviEncoder through the encoder interface (formats, sample arithmetic, the frame limit,
+// back-pressure, the pixel-aspect record and failure results), and its writer thread (ordering per stream,
+// held items and shutdown).
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <numeric>
+#include <random>
 #include <thread>
 
+#include "encoders/active_avi_file.h"
 #include "encoders/aligned_buffer_pool.h"
 #include "encoders/simple_avi_encoder.h"
 #include "encoders/streaming_copy.h"
 #include "platform/sleep.h"
 #include "test_files.h"
 
-using avitest::Fcc;
-using avitest::U32;
+using namespace avitest;
 
 namespace {
 
-const BITMAPINFOHEADER kBmi = avitest::Video("UYVY", 16, 16, 512).bmiHeader;
+const BITMAPINFOHEADER kBmi = Video("UYVY", 16, 16, 512).bmiHeader;
 
 struct Sink : IFrameSink {
     HRESULT QueryInterface(const GUID&, void**) override { return E_NOTIMPL; }
@@ -89,6 +93,33 @@ std::size_t ThreadsOfProcess() {
 #endif
 }
 
+void WaitFor(const std::function<bool()>& condition) {
+    const std::uint64_t start = QVN::MonotonicMs();
+    while (!condition()) {
+        ASSERT_LT(QVN::MonotonicMs() - start, 20000u) << "condition never became true";
+        QVN::SleepMs(1);
+    }
+}
+
+// Payloads carry their stream and sequence number so the file shows the order they were written in.
+WriteFrame* Item(AlignedBufferPool& pool, std::uint32_t stream, std::uint32_t sequence) {
+    const std::uint32_t size = stream == 0 ? 512 : 64;
+    auto* payload = static_cast<std::uint32_t*>(pool.Allocate(size));
+    payload[0] = stream;
+    payload[1] = sequence;
+    return new WriteFrame{stream, sequence, payload, size, &pool};
+}
+
+// (stream, sequence) of every payload chunk in the movi list, in file order.
+std::vector<std::pair<std::uint32_t, std::uint32_t>> WrittenOrder(const std::filesystem::path& path) {
+    const Bytes b = ReadAll(path);
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> order;
+    for (const Chunk& c : MoviChunks(b))
+        if (c.id == "00db" || c.id == "01wb")
+            order.emplace_back(U32(b, c.position + 8), U32(b, c.position + 12));
+    return order;
+}
+
 } // namespace
 
 TEST(AviEncoder, AudioFormatsAreWrittenAsThePlaybackSoftwareExpects) {
@@ -129,35 +160,27 @@ TEST(AviEncoder, AudioSampleCountsAddUpExactly) {
     EXPECT_EQ(encoder.AudioSamplesForFrames(1), 1602u);
     EXPECT_EQ(encoder.AudioSamplesForFrames(5), 8008u);
     EXPECT_EQ(encoder.AudioSamplesForFrames(30000), 48048000u); // no 32-bit overflow on the way
-    std::uint64_t total = 0;
-    for (int i = 0; i < 30000; ++i)
-        total += encoder.AudioSamplesForNextFrame(1);
-    EXPECT_EQ(total, 48048000u);
     // Call by call, where the rounding of a half sample and the carry decide: 44100 Hz at 24 fps is 1837.5
-    // samples a frame, rounded up once and then carried down.
+    // samples a frame, rounded up once and then carried down. No frame counts: one frame a call.
     struct Steps {
         std::uint32_t samplesPerSecond, rate, scale;
         std::vector<std::uint32_t> frames, samples;
     };
     const Steps steps[] = {
-        {48000, 30000, 1001, {1, 1, 1, 1, 1}, {1602, 1601, 1602, 1601, 1602}},
-        {44100, 24, 1, {1, 1, 1, 1, 1, 1}, {1838, 1837, 1838, 1837, 1838, 1837}},
+        {48000, 30000, 1001, {}, {1602, 1601, 1602, 1601, 1602}},
+        {44100, 24, 1, {}, {1838, 1837, 1838, 1837, 1838, 1837}},
         {44100, 24, 1, {5, 5, 3, 1}, {9188, 9187, 5513, 1837}},
         // 735.735 a frame, each call's share rounded to a hundredth before the carry: the 13th call shows it.
-        {44100,
-         60000,
-         1001,
-         std::vector<std::uint32_t>(13, 1),
-         {736, 735, 736, 736, 736, 735, 736, 736, 736, 735, 736, 736, 736}},
-        {44100, 30000, 1001, {1, 1, 1, 1}, {1471, 1472, 1471, 1472}},
+        {44100, 60000, 1001, {}, {736, 735, 736, 736, 736, 735, 736, 736, 736, 735, 736, 736, 736}},
+        {44100, 30000, 1001, {}, {1471, 1472, 1471, 1472}},
     };
     for (const Steps& st : steps) {
         CSimpleAviEncoder fresh(Fcc("v210")); // no carry from an earlier sequence
         ASSERT_EQ(fresh.Initialise(nullptr, &kBmi, 0, st.rate, st.scale, 0, 0, nullptr), 0u);
         fresh.SetAudioFormat(2, st.samplesPerSecond, 16, 0);
         std::vector<std::uint32_t> got;
-        for (std::uint32_t f : st.frames)
-            got.push_back(fresh.AudioSamplesForNextFrame(f));
+        for (std::size_t i = 0; i < st.samples.size(); ++i)
+            got.push_back(fresh.AudioSamplesForNextFrame(st.frames.empty() ? 1 : st.frames[i]));
         EXPECT_EQ(got, st.samples) << st.samplesPerSecond << " Hz at " << st.rate << "/" << st.scale;
     }
     // 44.1 kHz at 29.97: 1471.47 samples per frame; the running sum stays within half a sample.
@@ -177,17 +200,15 @@ TEST(AviEncoder, AudioSampleCountsAddUpExactly) {
 }
 
 TEST(AlignedBufferPool, ClassesAlignmentAndCache) {
-    EXPECT_EQ(AlignedBufferPool::ClassSize(1), 8192u);
-    EXPECT_EQ(AlignedBufferPool::ClassSize(4080), 8192u);
-    EXPECT_EQ(AlignedBufferPool::ClassSize(4081), 12288u);
-    EXPECT_EQ(AlignedBufferPool::ClassSize(5529600), 5529600u + 8192u);
+    const std::pair<std::uint32_t, std::uint32_t> classes[] = {
+        {1, 8192}, {4080, 8192}, {4081, 12288}, {5529600, 5529600 + 8192}};
+    for (const auto& [request, size] : classes)
+        EXPECT_EQ(AlignedBufferPool::ClassSize(request), size) << request;
     AlignedBufferPool pool;
     std::vector<void*> held;
     for (int i = 0; i < 20; ++i) {
-        void* p = pool.Allocate(1);
-        ASSERT_NE(p, nullptr);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 4096, 0u);
-        held.push_back(p);
+        held.push_back(pool.Allocate(1));
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(held.back()) % 4096, 0u);
     }
     void* big = pool.Allocate(4081);
     std::memset(big, 0x5A, 4081); // the whole request fits behind the aligned pointer
@@ -202,7 +223,7 @@ TEST(AlignedBufferPool, ClassesAlignmentAndCache) {
 }
 
 TEST(AviEncoder, FrameLimitDropsLaterVideoAndAudio) {
-    avitest::TempDir dir("limit");
+    TempDir dir("limit");
     const auto path = dir / "limit.avi";
     CSimpleAviEncoder encoder(Fcc("UYVY"));
     Sink sink;
@@ -231,11 +252,11 @@ TEST(AviEncoder, FrameLimitDropsLaterVideoAndAudio) {
     EXPECT_TRUE(returned.empty());
     EXPECT_EQ(encoder.Finish(), 0u); // waits for frame 3 on disk, then closes
     EXPECT_FALSE(encoder.File().IsOpen());
-    const avitest::Bytes b = avitest::ReadAll(path);
+    const Bytes b = ReadAll(path);
     EXPECT_EQ(U32(b, 48), 3u);
-    EXPECT_EQ(avitest::Tag(b, 112), "UYVY");                 // handler carries the codec
-    EXPECT_EQ(avitest::Tag(b, 172 + 16), "UYVY");            // and so does the bitmap
-    EXPECT_EQ(U32(b, avitest::kAudioStrh + 40), 3u * 1920u); // audio after the last frame was dropped
+    EXPECT_EQ(Tag(b, 112), "UYVY");                 // handler carries the codec
+    EXPECT_EQ(Tag(b, 172 + 16), "UYVY");            // and so does the bitmap
+    EXPECT_EQ(U32(b, kAudioStrh + 40), 3u * 1920u); // audio after the last frame was dropped
     // The encoder opens again with fresh counters; once the sink is released it hears of no frame.
     const auto second = dir / "second.avi";
     ASSERT_EQ(encoder.Open(1, 0, 0xFFFFFFFFu, second.wstring().c_str()), 0u);
@@ -245,11 +266,11 @@ TEST(AviEncoder, FrameLimitDropsLaterVideoAndAudio) {
     EXPECT_EQ(encoder.WriteVideo(buffers[1], 512), 0u);
     EXPECT_EQ(sink.calls, 4);
     EXPECT_EQ(encoder.Finish(), 0u); // no limit: closes at once, after the queued frames
-    EXPECT_EQ(U32(avitest::ReadAll(second), 48), 2u);
+    EXPECT_EQ(U32(ReadAll(second), 48), 2u);
 }
 
 TEST(AviEncoder, FinishWaitsForAFrameTheSubclassDeliversLate) {
-    avitest::TempDir dir("late");
+    TempDir dir("late");
     const auto path = dir / "late.avi";
     LateEncoder encoder;
     ASSERT_EQ(encoder.Initialise(nullptr, &kBmi, 0, 25, 1, 3, 512, nullptr), 0u);
@@ -270,17 +291,17 @@ TEST(AviEncoder, FinishWaitsForAFrameTheSubclassDeliversLate) {
     EXPECT_GE(finished, encoder.delivered.load());
     encoder.ReclaimBuffers(returned);
     EXPECT_EQ(returned, BufferList{buffers[2]});
-    const avitest::Bytes b = avitest::ReadAll(path);
+    const Bytes b = ReadAll(path);
     EXPECT_EQ(U32(b, 48), 3u);
     std::string order;
-    for (const auto& k : avitest::MoviChunks(b))
+    for (const auto& k : MoviChunks(b))
         if (k.id == "00db")
             order += static_cast<char>(b[k.position + 8]);
     EXPECT_EQ(order, "abc");
 }
 
 TEST(AviEncoder, PixelAspectRecordIsAppendedAfterClose) {
-    avitest::TempDir dir("par");
+    TempDir dir("par");
     const auto path = dir / "par.avi";
     CSimpleAviEncoder encoder(Fcc("UYVY"));
     ASSERT_EQ(encoder.Initialise(nullptr, &kBmi, 0, 25, 1, 1, 512, nullptr), 0u);
@@ -288,14 +309,14 @@ TEST(AviEncoder, PixelAspectRecordIsAppendedAfterClose) {
     ASSERT_EQ(encoder.Close(), 0u);
     const std::uintmax_t closed = std::filesystem::file_size(path);
     ASSERT_EQ(encoder.WritePixelAspect(-10, 11), 0u);
-    const avitest::Bytes b = avitest::ReadAll(path);
+    const Bytes b = ReadAll(path);
     ASSERT_EQ(b.size(), closed + 40);
     const unsigned char record[40] = {
         'R', 'I', 'F', 'F', 32, 0, 0, 0,  'A', 'V', 'I', 'X', 'P',  'r',  'm',  'A',  20, 0, 0, 0,
         'P', 'A', 'R', 'f', 0,  0, 0, 20, 0,   1,   0,   0,   0xFF, 0xFF, 0xFF, 0xF6, 0,  0, 0, 11};
     EXPECT_EQ(std::memcmp(b.data() + closed, record, 40), 0);
     // To a reader it is one more RIFF form after the file, and no problem.
-    const avitest::Inspected inspected = avitest::Inspect({path.string()});
+    const Inspected inspected = Inspect({path.string()});
     EXPECT_EQ(inspected.code, 0) << inspected.out;
     EXPECT_NE(inspected.out.find("form=\"AVIX\""), std::string::npos);
     EXPECT_NE(inspected.out.find("chunk id=\"PrmA\""), std::string::npos);
@@ -304,7 +325,7 @@ TEST(AviEncoder, PixelAspectRecordIsAppendedAfterClose) {
 }
 
 TEST(AviEncoder, FailuresLeaveNoThreadBehind) {
-    avitest::TempDir dir("fail");
+    TempDir dir("fail");
     std::thread([] {
     }).join(); // runtimes that start a helper thread with the first thread (TSan) have done so
     const std::size_t threadsBefore = ThreadsOfProcess();
@@ -332,7 +353,7 @@ TEST(AviEncoder, FailuresLeaveNoThreadBehind) {
         encoder.ReclaimBuffers(returned);
         EXPECT_EQ(returned, buffers); // the producer gets its buffer back
         EXPECT_EQ(encoder.Close(), 0u);
-        EXPECT_EQ(U32(avitest::ReadAll(path), 48), 0u);
+        EXPECT_EQ(U32(ReadAll(path), 48), 0u);
     }
     {
         // Destroyed while open: the writer thread is stopped and the file closed.
@@ -346,7 +367,7 @@ TEST(AviEncoder, FailuresLeaveNoThreadBehind) {
 TEST(AviEncoder, FullQueueMakesTheProducerWait) {
     for (const bool audio : {false, true}) {
         SCOPED_TRACE(audio ? "audio" : "video");
-        avitest::TempDir dir("full");
+        TempDir dir("full");
         CSimpleAviEncoder encoder(Fcc("UYVY"));
         ASSERT_EQ(encoder.Initialise(nullptr, &kBmi, 0, 25, 1, 1, 512, nullptr), 0u);
         encoder.SetAudioFormat(2, 48000, 16, 1);
@@ -384,9 +405,9 @@ TEST(AviEncoder, FullQueueMakesTheProducerWait) {
                   std::string::npos);
 #endif
         EXPECT_EQ(encoder.Close(), 0u);
-        const avitest::Bytes b = avitest::ReadAll(dir / "full.avi");
+        const Bytes b = ReadAll(dir / "full.avi");
         EXPECT_EQ(U32(b, 48), audio ? 0u : static_cast<std::uint32_t>(kItems));
-        EXPECT_EQ(U32(b, avitest::kAudioStrh + 40), audio ? kItems * 512u / 4 : 0u);
+        EXPECT_EQ(U32(b, kAudioStrh + 40), audio ? kItems * 512u / 4 : 0u);
     }
 }
 
@@ -406,5 +427,79 @@ TEST(StreamingCopy, CopiesEveryByteAtAnyAlignmentAndLength) {
                 ASSERT_EQ(destination[i], 0xEE);
             ASSERT_EQ(destination[shift + length], 0xEE) << length << " " << shift; // nothing past the end
         }
+    }
+}
+
+TEST(ActiveAviFile, ItemsAheadOfTheirTurnWaitForTheMissingOne) {
+    TempDir dir("order");
+    AlignedBufferPool pool;
+    VideoStreamInfo video(Video("UYVY", 16, 16, 512));
+    CActiveAviFile file;
+    ASSERT_EQ(file.Open((dir / "order.avi").string().c_str(), {&video}), S_OK);
+    ASSERT_TRUE(file.StartWriter());
+    ASSERT_TRUE(file.Start(5)); // already running: no more threads
+    EXPECT_EQ(file.ThreadCount(), 1u);
+    ASSERT_TRUE(file.Push(Item(pool, 0, 2)));
+    ASSERT_TRUE(file.Push(Item(pool, 0, 3)));
+    WaitFor([&] { return file.HeldCount() == 2; });
+    EXPECT_EQ(file.LastWritten(0), 0u);
+    ASSERT_TRUE(file.Push(Item(pool, 0, 1)));
+    WaitFor([&] { return file.LastWritten(0) == 3; });
+    EXPECT_EQ(file.HeldCount(), 0u);
+    // 5 arrives without 4: held, then dropped at shutdown with the file closed on what was written.
+    ASSERT_TRUE(file.Push(Item(pool, 0, 5)));
+    WaitFor([&] { return file.HeldCount() == 1; });
+    EXPECT_EQ(file.Shutdown(), S_OK);
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_EQ(file.ThreadCount(), 0u);
+    EXPECT_EQ(file.LastWritten(0), 0u);
+    const auto order = WrittenOrder(dir / "order.avi");
+    const std::vector<std::pair<std::uint32_t, std::uint32_t>> expected = {{0, 1}, {0, 2}, {0, 3}};
+    EXPECT_EQ(order, expected);
+    // Every payload went back to the pool, the dropped one included: at most three were out at once
+    // (2, 3 and 1), and the fourth reused one of them.
+    EXPECT_EQ(pool.CachedBlocks(AlignedBufferPool::ClassSize(512)), 3u);
+}
+
+TEST(ActiveAviFile, StreamsInterleaveAndEachKeepsItsOrder) {
+    TempDir dir("interleave");
+    AlignedBufferPool pool;
+    VideoStreamInfo video(Video("UYVY", 16, 16, 512));
+    const WAVEFORMATEX pcm{WAVE_FORMAT_PCM, 2, 48000, 192000, 4, 16, 0};
+    AudioStreamInfo audio(&pcm);
+    CActiveAviFile file;
+    constexpr std::uint32_t kVideo = 300, kAudio = 400;
+    for (int round = 0; round < 2; ++round) { // sequence numbers start again after a shutdown
+        const auto path = dir / ("interleave" + std::to_string(round) + ".avi");
+        ASSERT_EQ(file.Open(path.string().c_str(), {&video, &audio}), S_OK);
+        ASSERT_TRUE(file.Start(1));
+        auto produce = [&](std::uint32_t stream, std::uint32_t count, unsigned seed) {
+            // Shuffled in windows of 8, as frames from several render threads arrive.
+            std::vector<std::uint32_t> sequence(count);
+            std::iota(sequence.begin(), sequence.end(), 1u);
+            std::mt19937 random(seed);
+            for (std::uint32_t at = 0; at < count; at += 8)
+                std::shuffle(sequence.begin() + at, sequence.begin() + std::min(count, at + 8), random);
+            for (std::uint32_t n : sequence) {
+                WriteFrame* item = Item(pool, stream, n);
+                while (!file.Push(item))
+                    QVN::SleepMs(1);
+            }
+        };
+        std::thread videoProducer(produce, 0, kVideo, 1 + round);
+        std::thread audioProducer(produce, 1, kAudio, 7 + round);
+        videoProducer.join();
+        audioProducer.join();
+        // The stop marker lands behind everything queued: all of it reaches the file.
+        EXPECT_EQ(file.Shutdown(), S_OK);
+        const auto order = WrittenOrder(path);
+        ASSERT_EQ(order.size(), kVideo + kAudio);
+        std::uint32_t next[2] = {1, 1};
+        for (const auto& [stream, sequence] : order) {
+            ASSERT_LT(stream, 2u);
+            EXPECT_EQ(sequence, next[stream]++) << "stream " << stream;
+        }
+        const Bytes b = ReadAll(path);
+        EXPECT_EQ(U32(b, 48), kVideo);
     }
 }

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 #include "encoders/avi_file.h"
 #include "test_files.h"
+
+using namespace avitest;
 
 namespace {
 
@@ -15,31 +15,25 @@ namespace {
 class Seeker {
 public:
     explicit Seeker(const std::filesystem::path& path) : in_(path, std::ios::binary) {}
-    std::uint32_t U32(std::uint64_t at) {
-        std::uint32_t v = 0;
+    Bytes At(std::uint64_t at, std::size_t n) {
+        Bytes b(n);
         in_.seekg(static_cast<std::streamoff>(at));
-        in_.read(reinterpret_cast<char*>(&v), 4);
-        return v;
+        in_.read(reinterpret_cast<char*>(b.data()), static_cast<std::streamsize>(n));
+        return b;
     }
-    std::uint64_t U64(std::uint64_t at) { return U32(at) | std::uint64_t{U32(at + 4)} << 32; }
-    std::string Tag(std::uint64_t at) {
-        char t[4] = {};
-        in_.seekg(static_cast<std::streamoff>(at));
-        in_.read(t, 4);
-        return std::string(t, 4);
-    }
-    std::vector<avitest::Chunk> Walk(std::uint64_t begin, std::uint64_t end) {
-        std::vector<avitest::Chunk> chunks;
-        for (std::uint64_t at = begin; at + 8 <= end;) {
-            const avitest::Chunk c{Tag(at), at, U32(at + 4)};
-            chunks.push_back(c);
-            at += 8 + c.size + (c.size & 1u);
-        }
+    std::uint32_t U32(std::uint64_t at) { return avitest::U32(At(at, 4), 0); }
+    std::uint64_t U64(std::uint64_t at) { return avitest::U64(At(at, 8), 0); }
+    std::string Tag(std::uint64_t at) { return avitest::Tag(At(at, 4), 0); }
+    std::vector<Chunk> Walk(std::uint64_t begin, std::uint64_t end) {
+        std::vector<Chunk> chunks;
+        for (std::uint64_t at = begin; at + 8 <= end;
+             at += 8 + chunks.back().size + (chunks.back().size & 1u))
+            chunks.push_back({Tag(at), at, U32(at + 4)});
         return chunks;
     }
     // The chunks other than JUNK in the movi list of the RIFF at `riff`; `list` receives the list itself.
-    std::vector<avitest::Chunk> Movi(std::uint64_t riff, avitest::Chunk* list = nullptr) {
-        std::vector<avitest::Chunk> inside;
+    std::vector<Chunk> Movi(std::uint64_t riff, Chunk* list = nullptr) {
+        std::vector<Chunk> inside;
         for (const auto& k : Walk(riff + 12, riff + 8 + U32(riff + 4))) {
             if (k.id != "LIST" || Tag(k.position + 8) != "movi")
                 continue;
@@ -59,11 +53,11 @@ private:
 } // namespace
 
 TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
-    ASSERT_TRUE(avitest::HaveTool("ffprobe")) << "ffprobe is needed for this test";
-    avitest::TempDir dir("large");
+    ASSERT_TRUE(HaveTool("ffprobe")) << "ffprobe is needed for this test";
+    TempDir dir("large");
     const auto file = dir / "large.avi";
-    const avitest::ExportConfig c = avitest::Config("v210", 1920, 1080, 470, 2); // 2.6 GB
-    const avitest::ExportResult written = avitest::WriteExport(file, c);
+    const ExportConfig c{"v210", 1920, 1080, 470, 2}; // 2.6 GB
+    const ExportResult written = WriteExport(file, c);
     ASSERT_EQ(written.status, 0u);
     const std::uint64_t size = std::filesystem::file_size(file);
     ASSERT_GT(size, 2500000000u);
@@ -80,7 +74,7 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
     std::uint64_t frames = 0, frames1 = 0;
     for (std::size_t i = 0; i < riffs.size(); ++i) {
         const auto top = s.Walk(riffs[i] + 12, riffs[i] + 8 + s.U32(riffs[i] + 4));
-        avitest::Chunk movi{};
+        Chunk movi{};
         const auto data = s.Movi(riffs[i], &movi);
         EXPECT_EQ((movi.position + 12) % 4096, 0u);
         ASSERT_GE(data.size(), 3u);
@@ -91,9 +85,9 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
             frames += k.id == "00db";
         if (i + 1 < riffs.size()) {
             // The last payload chunk crossed the limit; the one before it did not.
-            const avitest::Chunk& last = data[data.size() - 3];
-            const avitest::Chunk& before = data[data.size() - 4];
-            const auto endOf = [](const avitest::Chunk& k) {
+            const Chunk& last = data[data.size() - 3];
+            const Chunk& before = data[data.size() - 4];
+            const auto endOf = [](const Chunk& k) {
                 return k.id == "00db" ? (k.position + 8 + k.size + 4095) / 4096 * 4096
                                       : k.position + 8 + k.size;
             };
@@ -105,7 +99,7 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
             // idx1 and the signature close the first segment only.
             ASSERT_GE(top.size(), 4u);
             const auto idx1 =
-                std::find_if(top.begin(), top.end(), [](const avitest::Chunk& k) { return k.id == "idx1"; });
+                std::find_if(top.begin(), top.end(), [](const Chunk& k) { return k.id == "idx1"; });
             ASSERT_NE(idx1, top.end());
             EXPECT_EQ((idx1 + 1)->id, "QVN ");
             std::uint64_t idx1Frames = 0;
@@ -113,38 +107,30 @@ TEST(LargeFile, MultiSegmentExportIsReadCompletely) {
                 idx1Frames += s.Tag(idx1->position + 8 + 16 * e) == "00db";
             EXPECT_EQ(idx1Frames, frames1);
         } else {
-            EXPECT_EQ(
-                std::count_if(top.begin(), top.end(), [](const avitest::Chunk& k) { return k.id == "idx1"; }),
-                0);
+            EXPECT_EQ(std::count_if(top.begin(), top.end(), [](const Chunk& k) { return k.id == "idx1"; }),
+                      0);
         }
     }
     EXPECT_EQ(frames, c.frames);
     EXPECT_LT(frames1, c.frames);
     EXPECT_EQ(s.U32(48), c.frames); // avih counts the frames of all segments
-    const auto video = avitest::Run("ffprobe -v error -select_streams v:0 -count_packets -show_entries "
-                                    "stream=nb_read_packets,nb_frames -of csv=p=0 " +
-                                    avitest::Quote(file));
+    const auto video = Shell("ffprobe -v error -select_streams v:0 -count_packets -show_entries "
+                             "stream=nb_read_packets,nb_frames -of csv=p=0 " +
+                             Quote(file));
     ASSERT_EQ(video.exitCode, 0) << video.errors;
     EXPECT_EQ(video.output, std::to_string(c.frames) + "," + std::to_string(c.frames) + "\n");
-    const auto audio =
-        avitest::Run("ffprobe -v error -select_streams a:0 -show_entries frame=nb_samples -of csv=p=0 " +
-                     avitest::Quote(file));
-    ASSERT_EQ(audio.exitCode, 0) << audio.errors;
-    std::uint64_t samples = 0;
-    for (const std::string& line : avitest::Lines(audio.output))
-        samples += std::stoull(line);
-    EXPECT_EQ(samples, written.samples);
+    EXPECT_EQ(AudioSamples(file), written.samples);
     const auto lastFrames =
-        avitest::Run("ffmpeg -nostdin -v error -sseof -1 -i " + avitest::Quote(file) + " -map 0 -f null -");
+        Shell("ffmpeg -nostdin -v error -sseof -1 -i " + Quote(file) + " -map 0 -f null -");
     EXPECT_EQ(lastFrames.exitCode, 0);
     EXPECT_EQ(lastFrames.errors, ""); // the last segment decodes
-    const avitest::Inspected inspected = avitest::Inspect({file.string()});
+    const Inspected inspected = Inspect({file.string()});
     EXPECT_EQ(inspected.code, 0);
     EXPECT_NE(inspected.out.find("\nconsistent\n"), std::string::npos) << inspected.out;
 }
 
 TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
-    avitest::TempDir dir("split");
+    TempDir dir("split");
     const WAVEFORMATEX mono8{WAVE_FORMAT_PCM, 1, 22050, 22050, 1, 8, 0};
     AudioStreamInfo audio(&mono8);
     // Where the movi data of such a file starts.
@@ -154,7 +140,7 @@ TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
         const auto path = dir / "probe.avi";
         ASSERT_EQ(probe.Open(path.string().c_str(), {&audio}), S_OK);
         ASSERT_EQ(probe.Close(), S_OK);
-        avitest::Chunk movi{};
+        Chunk movi{};
         Seeker(path).Movi(0, &movi);
         dataStart = movi.position + 12;
         ASSERT_GT(dataStart, 12u);
@@ -204,9 +190,9 @@ TEST(LargeFile, ASegmentEndsWithTheFirstChunkThatTakesItPastOneBillionBytes) {
 
 TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
     // 4093 standard indexes of 8188 entries each, made of repeated frames so that no payload is written.
-    avitest::TempDir dir("superindex");
+    TempDir dir("superindex");
     const auto file = dir / "repeats.avi";
-    VideoStreamInfo video(avitest::Video("UYVY", 16, 16, 512));
+    VideoStreamInfo video(Video("UYVY", 16, 16, 512));
     AVIFile avi;
     ASSERT_EQ(avi.Open(file.string().c_str(), {&video}), S_OK);
     unsigned char frame[512] = {};
@@ -234,15 +220,14 @@ TEST(LargeFile, FullSuperIndexRefusesFurtherChunksAndKeepsOneSlotForClose) {
 
 TEST(LargeFile, FfmpegOpenDmlFileIsConsistentToTheInspector) {
     // ffmpeg starts its second segment after 1 GB and keeps the total in dmlh rather than avih.
-    ASSERT_TRUE(avitest::HaveTool("ffmpeg")) << "ffmpeg is needed for this test";
-    avitest::TempDir dir("ffodml");
+    ASSERT_TRUE(HaveTool("ffmpeg")) << "ffmpeg is needed for this test";
+    TempDir dir("ffodml");
     const auto file = dir / "odml.avi";
-    const auto r =
-        avitest::Run("ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=1920x1080:rate=25 -f lavfi -i "
-                     "sine=sample_rate=48000 -t 11 -c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le " +
-                     avitest::Quote(file));
+    const auto r = Shell("ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=1920x1080:rate=25 -f lavfi -i "
+                         "sine=sample_rate=48000 -t 11 -c:v rawvideo -pix_fmt uyvy422 -c:a pcm_s16le " +
+                         Quote(file));
     ASSERT_EQ(r.exitCode, 0) << r.errors;
-    const auto [code, out, err] = avitest::Inspect({file.string()});
+    const auto [code, out, err] = Inspect({file.string()});
     EXPECT_EQ(code, 0) << err;
     EXPECT_NE(out.find("form=\"AVIX\""), std::string::npos) << out;
     EXPECT_NE(out.find("chunk id=\"dmlh\""), std::string::npos) << out;

@@ -1,21 +1,14 @@
 #include "test_files.h"
 
-#include <cstring>
-#include <vector>
-
 #include "encoders/simple_avi_encoder.h"
 
-namespace avitest {
+#ifndef _WIN32
+#include <cstdio>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
-std::uint32_t FrameBytes(const char* fourcc, std::int32_t width, std::int32_t height) {
-    const std::string f(fourcc);
-    const auto w = static_cast<std::uint32_t>(width), h = static_cast<std::uint32_t>(height);
-    if (f == "v210")
-        return (w + 47) / 48 * 128 * h;
-    if (f == "r210")
-        return (w + 63) / 64 * 256 * h;
-    return w * 2 * h; // UYVY, HDYC
-}
+namespace avitest {
 
 ExportResult WriteExport(const std::filesystem::path& path, const ExportConfig& c) {
     ExportResult result;
@@ -23,11 +16,16 @@ ExportResult WriteExport(const std::filesystem::path& path, const ExportConfig& 
         if (status != 0 && result.status == 0)
             result.status = status;
     };
-    const std::uint32_t fourcc = Fcc(c.fourcc);
-    CSimpleAviEncoder encoder(fourcc);
-    const BITMAPINFOHEADER bmi = Video(c.fourcc, c.width, c.height, c.frameBytes, 20).bmiHeader;
     const bool video = c.width > 0;
-    keep(encoder.Initialise(nullptr, &bmi, 0, c.rate, c.scale, video ? 4 : 0, c.frameBytes, nullptr));
+    // Bytes per frame of the codecs the cards play, as the readers expect them.
+    const auto w = static_cast<std::uint32_t>(c.width), h = static_cast<std::uint32_t>(c.height);
+    const std::string fourcc = video ? c.fourcc : "v210";
+    const std::uint32_t frameBytes = fourcc == "v210"   ? (w + 47) / 48 * 128 * h
+                                     : fourcc == "r210" ? (w + 63) / 64 * 256 * h
+                                                        : w * 2 * h; // UYVY, HDYC
+    CSimpleAviEncoder encoder(Fcc(fourcc));
+    const BITMAPINFOHEADER bmi = Video(fourcc.c_str(), c.width, c.height, frameBytes, 20).bmiHeader;
+    keep(encoder.Initialise(nullptr, &bmi, 0, c.rate, 1001, video ? 4 : 0, frameBytes, nullptr));
     BufferList free;
     encoder.GetFreeBuffers(free);
     if (c.channels)
@@ -42,9 +40,9 @@ ExportResult WriteExport(const std::filesystem::path& path, const ExportConfig& 
             free.insert(free.end(), back.begin(), back.end());
             auto* buffer = static_cast<std::uint8_t*>(free.back());
             free.pop_back();
-            std::memset(buffer, static_cast<int>(0x40 + frame % 64), c.frameBytes);
+            std::memset(buffer, static_cast<int>(0x40 + frame % 64), frameBytes);
             std::memcpy(buffer, &frame, sizeof(frame));
-            keep(encoder.WriteVideo(buffer, c.frameBytes));
+            keep(encoder.WriteVideo(buffer, frameBytes));
         }
         if (c.channels) {
             const std::uint32_t n = encoder.AudioSamplesForNextFrame(1);
@@ -58,5 +56,24 @@ ExportResult WriteExport(const std::filesystem::path& path, const ExportConfig& 
     keep(encoder.Finish());
     return result;
 }
+
+#ifndef _WIN32
+CommandResult Shell(const std::string& command) {
+    static std::atomic<int> counter{0};
+    const auto err = std::filesystem::temp_directory_path() /
+                     ("qvn-avi-run-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".err");
+    CommandResult r;
+    FILE* pipe = ::popen((command + " 2>" + err.string()).c_str(), "r");
+    char buffer[4096];
+    for (std::size_t n; pipe && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        r.output.append(buffer, n);
+    const int status = pipe ? ::pclose(pipe) : -1;
+    r.exitCode = status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    std::ifstream in(err, std::ios::binary);
+    r.errors.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::filesystem::remove(err);
+    return r;
+}
+#endif
 
 } // namespace avitest

@@ -18,7 +18,7 @@
 #include "dshow/qvn_avi_writer.h"
 #include "dshow/video_source.h"
 #include "host/dshow_standins/file_writer_standin.h"
-#include "tests/dshow/base/source_graph.h"
+#include "tests/dshow/base/graph_test_filters.h"
 #include "tests/dshow/mux/avi_readers.h"
 #include "tests/dshow/push_helpers.h"
 

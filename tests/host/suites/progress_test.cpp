@@ -16,7 +16,7 @@ float FractionOf(std::int64_t frame, std::int64_t first, std::int64_t count) {
     return static_cast<float>(frame - first) / static_cast<float>(count);
 }
 
-TEST(ProgressSuite, SuspendsOnceAndCancelsFromTheChosenFrameOn) {
+TEST(ProgressSuite, SuspendsOnceAndCancelsFromTheChosenFrameOnOrAtCtrlC) {
     ProgressOptions o;
     o.firstFrame = 100;
     o.frameCount = 50;
@@ -50,14 +50,11 @@ TEST(ProgressSuite, SuspendsOnceAndCancelsFromTheChosenFrameOn) {
     ConfigureProgress(o);
     EXPECT_EQ(s->UpdateProgressPercent(1, FractionOf(999'998, 0, 1'000'000)), 0);
     EXPECT_EQ(s->UpdateProgressPercent(1, FractionOf(999'999, 0, 1'000'000)), prsdk::exportReturn_Abort);
-}
-
-TEST(ProgressSuite, CtrlCCancelsAtTheNextReport) {
-    ProgressOptions o;
+    // Ctrl-C cancels at the next report.
+    o = {};
     o.frameCount = 10;
     ConfigureProgress(o);
     QVN::ResetInterrupt();
-    const prsdk::ExportProgressSuite* s = ExportProgressSuiteTable();
     EXPECT_EQ(s->UpdateProgressPercent(1, 0.0f), 0);
     QVN::RaiseInterrupt();
     EXPECT_TRUE(QVN::InterruptRequested());

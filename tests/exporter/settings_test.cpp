@@ -195,8 +195,6 @@ TEST_F(Settings, GenerateBuildsTheTreeWithTheSourceDefaultsAndPostProcessLabelsI
         EXPECT_FALSE(p.values.disabled || p.values.hidden) << n.id;
         EXPECT_EQ(ValueText(p), n.value) << n.id;
     }
-    EXPECT_EQ(Param("ADBEVideoWidth").values.rangeMin.intValue, 16);
-    EXPECT_EQ(Param("ADBEVideoWidth").values.rangeMax.intValue, 4096);
     EXPECT_EQ(Describe(Record()), "plugin 7, 720x576, UYVY, aspect 1024/702, 10160640000 of 254016000000, "
                                   "field 2, audio 3 3 44100");
     prsdk::exPostProcessParamsRec post{kPlugin, instance_.privateData, 0, 1, 1};

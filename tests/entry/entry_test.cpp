@@ -69,7 +69,16 @@ std::u16string WideField(const prsdk::prUTF16Char* text) {
     return s;
 }
 
-TEST_F(Entry, StartupFillsTheIdentityAndLeavesEveryOtherByteAlone) {
+// Every byte of `bytes` in [from, to) still holds `fill`.
+void ExpectUntouched(const void* record, std::initializer_list<std::pair<std::size_t, std::size_t>> ranges,
+                     unsigned char fill = 0xA5) {
+    const auto* bytes = static_cast<const unsigned char*>(record);
+    for (const auto& [from, to] : ranges)
+        for (std::size_t i = from; i < to; ++i)
+            ASSERT_EQ(bytes[i], fill) << "byte " << i << " was written";
+}
+
+TEST_F(Entry, StartupAndTheExtensionQueryFillTheirFieldsAndLeaveEveryOtherByteAlone) {
     prsdk::exExporterInfoRec info;
     std::memset(&info, 0xA5, sizeof info);
     ASSERT_EQ(xSDKExport(prsdk::exSelStartup, &std, &info, nullptr), 0);
@@ -85,30 +94,15 @@ TEST_F(Entry, StartupFillsTheIdentityAndLeavesEveryOtherByteAlone) {
     EXPECT_EQ(info.canExportAudio, 1);
     EXPECT_EQ(info.interfaceVersion, 3);
     // Untouched: the leading field, the two after the export flags, everything past the version, and the
-    // name buffers past their terminating zeros.
-    // (after "Quorvane AVI File" and its zero, and after "avi" and its zero)
-    for (const auto& [from, to] : {std::pair<std::size_t, std::size_t>{0, 4},
-                                   {8 + 2 * 18, 520},
-                                   {520 + 2 * 4, 1032},
-                                   {1060, 1068},
-                                   {1072, sizeof info}})
-        for (std::size_t i = from; i < to; ++i)
-            ASSERT_EQ(bytes[i], 0xA5) << "byte " << i << " was written";
-    EXPECT_TRUE(broker.log.empty()) << "start-up acquires no suite";
-}
-
-TEST_F(Entry, ExtensionQueryWritesAviAndItsZeroOnly) {
+    // name buffers past their terminating zeros (after "Quorvane AVI File" and "avi").
+    ExpectUntouched(&info,
+                    {{0, 4}, {8 + 2 * 18, 520}, {520 + 2 * 4, 1032}, {1060, 1068}, {1072, sizeof info}});
     prsdk::exQueryExportFileExtensionRec rec;
     std::memset(&rec, 0xA5, sizeof rec);
     ASSERT_EQ(xSDKExport(prsdk::exSelQueryExportFileExtension, &std, &rec, nullptr), 0);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&rec);
-    const unsigned char expected[8] = {'a', 0, 'v', 0, 'i', 0, 0, 0};
-    EXPECT_EQ(std::memcmp(bytes + 16, expected, 8), 0);
-    for (std::size_t i = 0; i < sizeof rec; ++i) {
-        if (i < 16 || i >= 24) {
-            ASSERT_EQ(bytes[i], 0xA5) << "byte " << i << " was written";
-        }
-    }
+    EXPECT_EQ(std::memcmp(reinterpret_cast<const unsigned char*>(&rec) + 16, "a\0v\0i\0\0", 8), 0);
+    ExpectUntouched(&rec, {{0, 16}, {24, sizeof rec}});
+    EXPECT_TRUE(broker.log.empty()) << "start-up acquires no suite";
 }
 
 TEST_F(Entry, UnhandledSelectorsAnswerUnsupportedAndTouchNothing) {
@@ -116,8 +110,7 @@ TEST_F(Entry, UnhandledSelectorsAnswerUnsupportedAndTouchNothing) {
         unsigned char record[2048];
         std::memset(record, 0x5C, sizeof record);
         EXPECT_EQ(xSDKExport(selector, &std, record, nullptr), -100) << "selector " << selector;
-        for (unsigned char b : record)
-            ASSERT_EQ(b, 0x5C) << "selector " << selector << " wrote into its record";
+        ExpectUntouched(record, {{0, sizeof record}}, 0x5C);
     }
     prsdk::exParamButtonRec button;
     std::memset(&button, 0x5C, sizeof button);
@@ -148,6 +141,13 @@ TEST_F(Entry, BeginAcquiresSevenSuitesInOrderAndEndReleasesThemWithTheSameVersio
     broker.log.clear();
     ASSERT_EQ(xSDKExport(prsdk::exSelEndInstance, &std, &rec, nullptr), 0);
     EXPECT_EQ(broker.log, expected("-"));
+    // Without a broker End skips the releases and still succeeds; without an instance it has nothing to do.
+    ASSERT_EQ(xSDKExport(prsdk::exSelBeginInstance, &std, &rec, nullptr), 0);
+    broker.log.clear();
+    EXPECT_EQ(xSDKExport(prsdk::exSelEndInstance, &noBroker, &rec, nullptr), 0);
+    EXPECT_TRUE(broker.log.empty());
+    prsdk::exExporterInstanceRec empty{};
+    EXPECT_EQ(xSDKExport(prsdk::exSelEndInstance, &std, &empty, nullptr), 0);
 }
 
 // The exception names the refused suite by its source line.
@@ -191,16 +191,6 @@ TEST_F(Entry, ARefusedSuiteFailsBeginWithInternalErrorAndLeavesNoInstance) {
     EXPECT_EQ(xSDKExport(prsdk::exSelBeginInstance, &std, &rec, nullptr), 3)
         << "any exception, not only the module's own, becomes the internal error";
     EXPECT_EQ(rec.privateData, nullptr);
-}
-
-TEST_F(Entry, EndWithoutABrokerSkipsTheReleasesAndStillSucceeds) {
-    prsdk::exExporterInstanceRec rec{};
-    ASSERT_EQ(xSDKExport(prsdk::exSelBeginInstance, &std, &rec, nullptr), 0);
-    broker.log.clear();
-    EXPECT_EQ(xSDKExport(prsdk::exSelEndInstance, &noBroker, &rec, nullptr), 0);
-    EXPECT_TRUE(broker.log.empty());
-    prsdk::exExporterInstanceRec empty{};
-    EXPECT_EQ(xSDKExport(prsdk::exSelEndInstance, &std, &empty, nullptr), 0) << "no instance: nothing to do";
 }
 
 } // namespace

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
-#include <numeric>
 #include <optional>
 #include <string>
 #include <vector>
@@ -315,8 +314,7 @@ TEST_F(Driver, AnAudioOnlyExportOpensTheEncoderForItsFramesAndWritesEveryChunksA
     EXPECT_EQ(record->videoRenderersMade, 1);
     EXPECT_EQ(record->videoRenderersReleased, 1);
     EXPECT_EQ(handed.audioWrites, 3u);
-    EXPECT_EQ(std::accumulate(record->audioBlocks.begin(), record->audioBlocks.end(), std::int64_t{0}),
-              60 * 1920);
+    EXPECT_EQ(Runs(record->calls), (std::vector<std::pair<char, std::int64_t>>{{'a', 60 * 1920}}));
 }
 
 } // namespace

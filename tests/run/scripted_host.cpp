@@ -72,24 +72,23 @@ prsdk::SPBasicSuite gBasic = {Acquire, Release, nullptr, nullptr, nullptr, nullp
 prSuiteError GetParamValue(csSDK_uint32, csSDK_int32, const char* id, prsdk::exParamValues* v) {
     const Script& s = *gHost->script;
     const std::string name = id;
-    if (name == "ADBEVideoCodec")
-        v->value.intValue = static_cast<std::int32_t>(s.codec);
-    else if (name == "ADBEVideoWidth")
-        v->value.intValue = s.width;
-    else if (name == "ADBEVideoHeight")
-        v->value.intValue = s.height;
-    else if (name == "ADBEVideoFPS")
+    const std::pair<const char*, std::int32_t> ints[] = {
+        {"ADBEVideoCodec", static_cast<std::int32_t>(s.codec)},
+        {"ADBEVideoWidth", s.width},
+        {"ADBEVideoHeight", s.height},
+        {"ADBEVideoFieldType", s.fieldType},
+        {"ADBEAudioSampleType", s.sampleType},
+        {"ADBEAudioNumChannels", s.channelType}};
+    for (const auto& [intName, value] : ints) {
+        if (name == intName)
+            return v->value.intValue = value, kOk;
+    }
+    if (name == "ADBEVideoFPS")
         v->value.timeValue = s.ticksPerFrame;
     else if (name == "ADBEVideoAspect")
         v->value.ratioValue = {s.aspectNumerator, s.aspectDenominator};
-    else if (name == "ADBEVideoFieldType")
-        v->value.intValue = s.fieldType;
     else if (name == "ADBEAudioRatePerSecond")
         v->value.floatValue = s.sampleRate;
-    else if (name == "ADBEAudioSampleType")
-        v->value.intValue = s.sampleType;
-    else if (name == "ADBEAudioNumChannels")
-        v->value.intValue = s.channelType;
     else
         return prsdk::suiteError_InvalidParms;
     return kOk;
@@ -239,7 +238,6 @@ prSuiteError GetAudio(csSDK_uint32, csSDK_uint32 frames, float** buffers, char) 
     }
     if (gHost->audioCalls++ == gHost->script->failAudioCall)
         return prsdk::suiteError_Fail;
-    gHost->record->audioBlocks.push_back(frames);
     const int channels = gHost->script->channelType == 3 ? 6 : gHost->script->channelType;
     for (int c = 0; c < channels; ++c)
         for (csSDK_uint32 i = 0; i < frames; ++i, gHost->phase[c] += 0.01 * (c + 1))

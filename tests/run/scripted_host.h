@@ -60,7 +60,6 @@ struct Record {
     float audioRendererRate = 0.0f;
     std::vector<float> progress;
     std::atomic<int> completed{0}, waitForResume{0};
-    std::vector<std::uint32_t> audioBlocks; // frames per GetAudio
     int videoRenderersMade = 0, videoRenderersReleased = 0, audioRenderersReleased = 0;
     std::vector<std::string> outstandingSuites;
 };

@@ -74,39 +74,28 @@ TEST(AudioSuite, ConvertsEachWidthExactlyAtAndBeyondFullScale) {
     }
 }
 
-TEST(AudioSuite, InterleavesChannelsFrameByFrameAndReadsBack) {
+// The order of interleaved channels is pinned end to end, where each channel's tone is found in the file.
+TEST(AudioSuite, ReadsBackTheExtremesOfEachWidthAndRefusesMissingBuffers) {
     const prsdk::AudioSuite* s = AudioSuiteTable();
-    // Three channels, four frames: sample i of channel c is (c * 4 + i) / 16.
-    std::vector<std::vector<float>> in(3, std::vector<float>(4));
-    for (int k = 0; k < 12; ++k)
-        in[k / 4][k % 4] = static_cast<float>(k) / 16.0f;
-    float* planes[3] = {in[0].data(), in[1].data(), in[2].data()};
-    std::vector<short> s16(12);
-    ASSERT_EQ(s->ConvertAndInterleaveTo16BitInteger(planes, s16.data(), 3, 4), 0);
-    for (int i = 0; i < 4; ++i)
-        for (int c = 0; c < 3; ++c)
-            EXPECT_EQ(s16[i * 3 + c], (c * 4 + i) * 2048);
-    std::vector<std::vector<float>> out(3, std::vector<float>(4, -9.0f));
-    float* back[3] = {out[0].data(), out[1].data(), out[2].data()};
-    ASSERT_EQ(s->UninterleaveAndConvertFrom16BitInteger(s16.data(), back, 3, 4), 0);
-    EXPECT_EQ(out, in);
-    // The extremes of each width read back as v / 2^(bits-1); 24-bit values are sign-extended.
+    // v / 2^(bits-1); 24-bit values are sign-extended.
     unsigned char u8[2] = {0, 255}, s24[6] = {0x00, 0x00, 0x80, 0xFF, 0xFF, 0xFF};
+    short s16[2] = {-32768, 16384};
     prsdk::int32 s32[2] = {std::numeric_limits<prsdk::int32>::min(), 1 << 30};
     float a[2];
     float* pa[1] = {a};
     ASSERT_EQ(s->UninterleaveAndConvertFrom8BitInteger(reinterpret_cast<char*>(u8), pa, 1, 2), 0);
     EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, 127.0f / 128.0f));
+    ASSERT_EQ(s->UninterleaveAndConvertFrom16BitInteger(s16, pa, 1, 2), 0);
+    EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, 0.5f));
     ASSERT_EQ(s->UninterleaveAndConvertFrom24BitInteger(reinterpret_cast<char*>(s24), pa, 1, 2), 0);
     EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, -1.0f / 8388608.0f));
     ASSERT_EQ(s->UninterleaveAndConvertFrom32BitInteger(s32, pa, 1, 2), 0);
     EXPECT_EQ(std::pair(a[0], a[1]), std::pair(-1.0f, 0.5f));
     // Missing buffers or channels are refused with a negative result, which the exporter tests for.
-    float* holes[2] = {in[0].data(), nullptr};
-    EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(holes, s16.data(), 2, 4), 0);
-    EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(planes, nullptr, 3, 4), 0);
-    EXPECT_LT(
-        s->ConvertAndInterleaveTo32BitInteger(planes, reinterpret_cast<prsdk::int32*>(s16.data()), 0, 4), 0);
+    float* holes[2] = {a, nullptr};
+    EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(holes, s16, 2, 1), 0);
+    EXPECT_LT(s->ConvertAndInterleaveTo16BitInteger(pa, nullptr, 1, 2), 0);
+    EXPECT_LT(s->ConvertAndInterleaveTo32BitInteger(pa, s32, 0, 2), 0);
 }
 
 class SequenceAudio : public ::testing::Test {
@@ -140,19 +129,12 @@ TEST_F(SequenceAudio, EachChannelCarriesItsOwnToneFromTheStartTime) {
         done += m;
     }
     constexpr double kTwoPi = 6.283185307179586;
-    std::vector<int> crossings(6);
     for (int c = 0; c < 6; ++c) {
         const double f = 440.0 * (c + 1);
-        for (int i = 0; i < 48000; ++i) {
-            const double expected = 0.5 * std::sin(kTwoPi * f * (16016.0 + i) / 48000.0);
-            ASSERT_NEAR(ch[c][i], expected, 2e-6) << "channel " << c << " sample " << i;
-            if (i > 0 && (ch[c][i - 1] < 0) != (ch[c][i] < 0))
-                ++crossings[c];
-        }
+        for (int i = 0; i < 48000; ++i)
+            ASSERT_NEAR(ch[c][i], 0.5 * std::sin(kTwoPi * f * (16016.0 + i) / 48000.0), 2e-6)
+                << "channel " << c << " sample " << i;
     }
-    // One second of each: two zero crossings per cycle, so every channel is told apart by its count.
-    for (int c = 0; c < 6; ++c)
-        EXPECT_NEAR(crossings[c], 2 * 440 * (c + 1), 2) << "channel " << c;
     EXPECT_EQ(s->ReleaseAudioRenderer(1, id), 0);
 }
 

@@ -133,41 +133,34 @@ TEST(SequenceSource, PatternsMoveFromFrameToFrameAndNoiseFollowsTheSeed) {
     EXPECT_EQ(StampOf(*x), 5);
 }
 
-TEST(SequenceSource, RawFramesArePresentedBottomUpAndScaled) {
-    // Three 8x4 frames; pixel (x, y) of frame k holds k, x, y, 200.
+TEST(SequenceSource, RawFramesAreScaledAndEndWhereTheFileDoes) {
+    // Three 8x4 frames; pixel (x, y) of frame k holds k, x, y, 200. Their orientation is pinned end to end,
+    // where piped bars come back from the file within a PSNR floor.
     const std::string path = RawFile("qvn_source_test_", 3, 8, 4, [](int k, int x, int y, int c) {
         return c == 0 ? k : c == 1 ? x : c == 2 ? y : 200;
     });
     const auto s = Opened(SourceOptions{SourceKind::Raw, path, 8, 4});
     EXPECT_EQ(s->RawFrameCount(), 3);
-    auto f = Draw(*s, 2, {k8u, 8, 4, 4});
-    for (int y = 0; y < 4; ++y)
-        for (int x = 0; x < 8; ++x)
-            EXPECT_EQ(std::vector<int>(f->TopRow(y) + x * 4, f->TopRow(y) + x * 4 + 3),
-                      (std::vector<int>{2, x, y}));
-    EXPECT_EQ(f->pixels[2], 3) << "the first row in memory is the picture's last";
     // Twice the size: each source pixel covers 2x2.
     auto big = Draw(*s, 1, {k16u, 16, 8});
     const auto* px = reinterpret_cast<const std::uint16_t*>(big->TopRow(5) + 9 * 8);
-    EXPECT_EQ(px[1], std::lround(4 * 32768.0 / 255.0));
-    EXPECT_EQ(px[2], std::lround(2 * 32768.0 / 255.0));
+    EXPECT_EQ(std::vector<long>(px, px + 3),
+              (std::vector<long>{std::lround(32768.0 / 255.0), std::lround(4 * 32768.0 / 255.0),
+                                 std::lround(2 * 32768.0 / 255.0)}));
     auto past = NewHostFrame({k8u, 8, 4});
     std::string error;
     EXPECT_FALSE(s->Render(3, *past, &error));
     EXPECT_NE(error.find("past its end"), std::string::npos) << error;
     std::filesystem::remove(path);
     SourceOptions parsed;
-    EXPECT_TRUE(ParseSourceName("raw:-", &parsed, &error));
-    EXPECT_EQ(parsed.rawPath, "-");
     EXPECT_FALSE(ParseSourceName("raw:", &parsed, &error));
     EXPECT_FALSE(ParseSourceName("smpte", &parsed, &error));
 }
 
 // Every byte of frame n drawn into a recycled buffer, padding included, matches n drawn into zeroed memory,
-// whatever the buffer held before: an earlier picture and a module's scribbles.
-TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBefore) {
-    // Two 40x24 frames: seeded bytes in the first, a solid grey in the second.
-    std::uint32_t state = 12345;
+// whatever the buffer held before: an earlier picture and a module's scribbles. Then the pool's limits.
+TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBeforeAndThePoolKeepsToItsLimits) {
+    std::uint32_t state = 12345; // frame 0: seeded bytes; frame 1: a solid grey
     const std::string path = RawFile("qvn_recycle_test_", 2, 40, 24, [&state](int k, int, int, int c) {
         state = state * 1664525u + 1013904223u;
         return k == 0 ? static_cast<int>(state >> 24) : c == 3 ? 255 : 90;
@@ -185,12 +178,9 @@ TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBefore) {
             SCOPED_TRACE(testing::Message()
                          << "source " << static_cast<int>(kind) << ", " << layout.width << "x"
                          << layout.height << ", " << BytesPerPixel(layout.format) << " bytes a pixel");
-            // Frame 0 then frame 1 in the same buffer, and back: the box, the stamp and the raw picture all
-            // change between them.
             for (const auto& [before, after] : {std::pair<std::int64_t, std::int64_t>{0, 1}, {1, 0}}) {
                 std::string error;
                 HostFrame* first = registry.Make(layout);
-                ASSERT_NE(first, nullptr);
                 ASSERT_TRUE(source->Render(before, *first, &error)) << error;
                 // What a module may leave behind: anything, padding included.
                 std::memset(first->pixels + first->Size() / 3, 0xA5, first->Size() / 3);
@@ -201,89 +191,59 @@ TEST(HostFrame, RecycledFramesShowNothingOfTheFrameBefore) {
                 const std::uint64_t recycled = registry.Recycled();
                 ASSERT_TRUE(registry.Dispose(first->Handle()));
                 HostFrame* second = registry.Make(layout);
-                ASSERT_NE(second, nullptr);
                 EXPECT_EQ(registry.Recycled(), recycled + 1);
                 EXPECT_EQ(second->pixels, address) << "the same buffer, placed the same way";
                 EXPECT_EQ(reinterpret_cast<std::uintptr_t>(second->pixels) % 64, layout.unaligned ? 4u : 0u);
                 EXPECT_EQ(second->rowBytes, layout.width * BytesPerPixel(layout.format) + padding);
                 ASSERT_TRUE(source->Render(after, *second, &error)) << error;
                 const std::unique_ptr<HostFrame> clean = Draw(*source, after, layout);
-                ASSERT_EQ(second->Size(), clean->Size());
                 for (int y = 0; y < layout.height; ++y)
                     ASSERT_EQ(std::memcmp(second->TopRow(y), clean->TopRow(y),
                                           static_cast<std::size_t>(second->rowBytes)),
                               0)
                         << "row " << y << " of frame " << after << " after frame " << before;
-                if (kind != SourceKind::Raw && layout.format == k8u) {
-                    EXPECT_EQ(StampOf(*second), after);
-                }
+                EXPECT_TRUE(kind == SourceKind::Raw || layout.format != k8u || StampOf(*second) == after);
                 ASSERT_TRUE(registry.Dispose(second->Handle()));
             }
         }
     }
     std::filesystem::remove(path);
-    registry.Reset();
-}
-
-TEST(HostFrame, ThePoolKeepsOnlyWhatFitsItsLimits) {
-    FrameRegistry& registry = FrameRegistry::Instance();
+    // Ten frames returned to a pool of four keep the newest four, which come out newest first.
     registry.Reset();
     const FrameLayout layout{k8u, 64, 32};
     const std::size_t size = 64 * 32 * 4;
-    const auto pool = [&registry] { return std::pair(registry.Pooled(), registry.PooledBytes()); };
     const auto dispose = [&registry](HostFrame* f) { ASSERT_TRUE(registry.Dispose(f->Handle())); };
-    // Ten frames alive at once come back to a pool of four: the oldest returned are let go.
     registry.SetPoolLimits(4, std::size_t{1} << 30);
-    std::vector<HostFrame*> frames;
-    for (int i = 0; i < 10; ++i)
-        frames.push_back(registry.Make(layout));
-    EXPECT_EQ(registry.Recycled(), 0u);
-    std::vector<unsigned char*> addresses;
-    for (HostFrame* f : frames) {
-        addresses.push_back(f->pixels);
-        dispose(f);
-        EXPECT_LE(registry.Pooled(), 4u);
-    }
-    EXPECT_EQ(pool(), std::pair(std::size_t{4}, 4 * size));
-    EXPECT_EQ(registry.Live(), 0u);
-    // The newest come out first; the fifth frame is a new buffer.
-    frames.clear();
-    for (int i = 0; i < 5; ++i)
-        frames.push_back(registry.Make(layout));
-    EXPECT_EQ(registry.Recycled(), 4u);
-    EXPECT_EQ(registry.Pooled(), 0u);
-    for (std::size_t i = 0; i < 4; ++i)
-        EXPECT_EQ(frames[i]->pixels, addresses[9 - i]);
+    std::vector<HostFrame*> frames(10);
+    for (HostFrame*& f : frames)
+        f = registry.Make(layout);
+    unsigned char* const last = frames[9]->pixels;
     for (HostFrame* f : frames)
         dispose(f);
-    EXPECT_EQ(registry.Pooled(), 4u);
-    // A byte budget for two frames trims the pool at once; a frame larger than the budget is not kept.
+    EXPECT_EQ(std::pair(registry.Pooled(), registry.PooledBytes()), std::pair(std::size_t{4}, 4 * size));
+    HostFrame* newest = registry.Make(layout);
+    EXPECT_EQ(newest->pixels, last);
+    dispose(newest);
+    // A byte budget for two frames trims the pool at once; a frame larger than the budget is not kept, and
+    // another size or placement takes no pooled buffer.
     registry.SetPoolLimits(100, 2 * size + 1);
-    EXPECT_EQ(pool(), std::pair(std::size_t{2}, 2 * size));
+    EXPECT_EQ(std::pair(registry.Pooled(), registry.PooledBytes()), std::pair(std::size_t{2}, 2 * size));
+    const std::uint64_t recycled = registry.Recycled();
     dispose(registry.Make({k8u, 64, 96}));
     EXPECT_EQ(registry.PooledBytes(), 2 * size);
-    // Another size or placement takes no pooled buffer; returned, they push the older ones out.
-    const std::uint64_t recycled = registry.Recycled();
-    HostFrame* padded = registry.Make({k8u, 64, 32, 16});
-    HostFrame* unaligned = registry.Make({k8u, 64, 32, 0, true});
-    EXPECT_EQ(registry.Recycled(), recycled);
-    EXPECT_EQ(registry.Pooled(), 2u);
-    dispose(padded);
-    dispose(unaligned);
-    EXPECT_EQ(pool(), std::pair(std::size_t{1}, size)) << "a padded and two plain frames are over the budget";
+    dispose(registry.Make({k8u, 64, 32, 16}));
     dispose(registry.Make({k8u, 64, 32, 0, true}));
-    EXPECT_EQ(registry.Recycled(), recycled + 1) << "the newest, the unaligned frame's, is what is left";
+    EXPECT_EQ(registry.Recycled(), recycled);
+    EXPECT_EQ(std::pair(registry.Pooled(), registry.PooledBytes()), std::pair(std::size_t{1}, size))
+        << "the oldest go first";
     // A disposed handle stays dead though its buffer lives on in another frame.
     const prsdk::PPixHand old = registry.Make(layout)->Handle();
     ASSERT_TRUE(registry.Dispose(old));
     HostFrame* d = registry.Make(layout);
-    if (d->Handle() != old) {
-        EXPECT_FALSE(registry.Dispose(old));
-    }
+    EXPECT_TRUE(d->Handle() == old || !registry.Dispose(old));
     dispose(d);
     registry.Reset();
-    EXPECT_EQ(pool(), std::pair(std::size_t{0}, std::size_t{0}));
-    EXPECT_EQ(registry.Recycled(), 0u);
+    EXPECT_EQ(std::pair(registry.Pooled(), registry.Recycled()), std::pair(std::size_t{0}, std::uint64_t{0}));
 }
 
 } // namespace
